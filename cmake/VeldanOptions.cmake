@@ -1,0 +1,31 @@
+# Compiler settings that every target of ours shares, through the interface target veldan_options.
+
+set(VELDAN_SANITIZE "" CACHE STRING "Sanitizers to build with: empty, address,undefined or thread")
+
+# Only as the top project do we choose for everybody; inside another project its choices stand.
+if(PROJECT_IS_TOP_LEVEL)
+    get_property(veldan_multi_config GLOBAL PROPERTY GENERATOR_IS_MULTI_CONFIG)
+    if(NOT veldan_multi_config AND NOT CMAKE_BUILD_TYPE)
+        set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+    endif()
+    find_program(VELDAN_CCACHE ccache)
+    if(VELDAN_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+        set(CMAKE_C_COMPILER_LAUNCHER ${VELDAN_CCACHE})
+        set(CMAKE_CXX_COMPILER_LAUNCHER ${VELDAN_CCACHE})
+    endif()
+    set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+endif()
+
+add_library(veldan_options INTERFACE)
+target_compile_features(veldan_options INTERFACE cxx_std_17)
+# -ffp-contract=off: boxes and scores are defined as sequences of single-precision steps; a fused multiply-add would
+# change results from one processor to the next.
+target_compile_options(veldan_options INTERFACE
+    -Wall -Wextra -Wconversion
+    -ffp-contract=off
+)
+if(VELDAN_SANITIZE)
+    target_compile_options(veldan_options INTERFACE
+        -fsanitize=${VELDAN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+    target_link_options(veldan_options INTERFACE -fsanitize=${VELDAN_SANITIZE})
+endif()

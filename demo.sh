@@ -1,0 +1,30 @@
+#!/bin/bash
+# usage: ./demo.sh
+# Installs what is missing, builds the library and the veldan command, and finds the faces in the bundled photos.
+set -euo pipefail
+cd "$(dirname "$0")"
+
+if [ $# -ne 0 ]; then
+    echo "usage: ./demo.sh" >&2
+    exit 2
+fi
+
+# A folder of its own, so that a developer's build keeps its settings.
+build=build/demo
+drawn=$build/drawn
+
+echo "==> packages"
+scripts/install_packages.sh build
+echo "==> build (the first time takes a minute or two)"
+mkdir -p build
+cmake --preset release -B "$build" -DVELDAN_DEVELOPER=OFF >"$build".log 2>&1 || { cat "$build".log; exit 1; }
+cmake --build "$build" --parallel "$(nproc)"
+
+echo "==> detect"
+mkdir -p "$drawn"
+"$build"/cli/veldan detect --draw "$drawn" examples/photos/*.jpg examples/photos/*.webp
+
+echo
+echo "The photos with the faces drawn in are in $PWD/$drawn/"
+echo "Look at $PWD/$drawn/rows.webp first."
+echo "Try your own:  $build/cli/veldan detect PHOTO --draw faces.jpg"
