@@ -1,0 +1,165 @@
+#include <veldan/face_api.h>
+#include <veldan/instance.hpp>
+#include <veldan/mtcnn.hpp>
+#include <veldan/result_codes.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <type_traits>
+
+// Applications keep arrays of the record, in memory and on disk.
+static_assert(sizeof(VDFACEINFOEX) == 262 * 4);
+static_assert(offsetof(VDFACEINFOEX, x) == 0 * 4);
+static_assert(offsetof(VDFACEINFOEX, y) == 1 * 4);
+static_assert(offsetof(VDFACEINFOEX, width) == 2 * 4);
+static_assert(offsetof(VDFACEINFOEX, height) == 3 * 4);
+static_assert(offsetof(VDFACEINFOEX, keyPointNum) == 4 * 4);
+static_assert(offsetof(VDFACEINFOEX, keyPointX) == 5 * 4);
+static_assert(offsetof(VDFACEINFOEX, keyPointY) == 125 * 4);
+static_assert(offsetof(VDFACEINFOEX, reserved1) == 245 * 4);
+static_assert(offsetof(VDFACEINFOEX, quality) == 248 * 4);
+static_assert(offsetof(VDFACEINFOEX, eyeDistance) == 249 * 4);
+static_assert(offsetof(VDFACEINFOEX, liveness) == 250 * 4);
+static_assert(offsetof(VDFACEINFOEX, reserved2) == 251 * 4);
+static_assert(offsetof(VDFACEINFOEX, trackId) == 252 * 4);
+static_assert(offsetof(VDFACEINFOEX, reserved3) == 253 * 4);
+static_assert(offsetof(VDFACEINFOEX, searchFlag) == 254 * 4);
+static_assert(offsetof(VDFACEINFOEX, searchId) == 255 * 4);
+static_assert(offsetof(VDFACEINFOEX, searchScore) == 256 * 4);
+static_assert(offsetof(VDFACEINFOEX, maskScore) == 257 * 4);
+static_assert(offsetof(VDFACEINFOEX, strangerFlag) == 258 * 4);
+static_assert(offsetof(VDFACEINFOEX, reserved4) == 259 * 4);
+
+// The entry points put the instance into raw memory.
+static_assert(std::is_trivial_v<VdFaceAPI> && std::is_standard_layout_v<VdFaceAPI>);
+
+namespace {
+
+constexpr char version[] = "Quilvane_FaceAPI_V5.4.7.20200817";
+static_assert(sizeof(version) == VELDAN_VERSION_SIZE);
+
+constexpr int minImageSide = 100;
+constexpr std::size_t historyRows = 100;
+
+// Zeroed memory from the allocator instead of a fill: at the default capacity the history is 18 million bytes, which
+// would be touched at every start-up although most applications search few of the rows.
+template <class T>
+T* allocateZeroed(std::size_t count) {
+    void* const memory = std::calloc(count, sizeof(T));
+    if (memory == nullptr)
+        throw std::bad_alloc();
+    return static_cast<T*>(memory);
+}
+
+} // namespace
+
+int VdFaceAPI::vdInitAlg(char* path, int /*mode*/, int capacity_) {
+    // A negative capacity has no meaning; as 0 it still gives every row the three words in front of its blocks.
+    capacity = std::max(capacity_, 0);
+    faceDetector = nullptr;
+    faceQuality = nullptr;
+    faceRecognizer = nullptr;
+    livenessDetector = nullptr;
+    faceMask = nullptr;
+    faceLandmark = nullptr;
+    onetLandmark = nullptr;
+    maskFaceRecognizer = nullptr;
+    searchHistory = nullptr;
+    currentFaceNum = 0;
+    previousFaceNum = 0;
+
+    int error = VD_OK;
+    const auto load = [&](auto& slot, auto create) {
+        slot = create(path, &error);
+        if (slot == nullptr && error == VD_OK)
+            error = VD_ERR_NETWORK;
+        return error == VD_OK;
+    };
+    // The order is fixed: detector, quality, recognizer, liveness, mask, two-point landmark, masked recognizer,
+    // landmark refinement. The last two are deliberately not in the order of their slots.
+    const bool loaded = load(faceDetector, InitFaceDetectorEngine);
+    if (!loaded) {
+        vdFreeAlg();
+        return error;
+    }
+
+    searchHistory = allocateZeroed<std::int32_t*>(historyRows);
+    const std::size_t rowSize = 3 * (static_cast<std::size_t>(capacity) + 1);
+    for (std::size_t row = 0; row < historyRows; ++row)
+        searchHistory[row] = allocateZeroed<std::int32_t>(rowSize);
+    return VD_OK;
+}
+
+int VdFaceAPI::vdFreeAlg() {
+    const auto release = [](auto& slot, auto free) {
+        if (slot != nullptr)
+            free(slot);
+        slot = nullptr;
+    };
+    // Slot order, except that the masked recognizer (slot 7) goes before the landmark refinement (slot 6).
+    release(faceDetector, FreeFaceDetectorEngine);
+
+    if (searchHistory != nullptr) {
+        for (std::size_t row = 0; row < historyRows; ++row) {
+            std::free(searchHistory[row]);
+            searchHistory[row] = nullptr;
+        }
+        std::free(searchHistory);
+        searchHistory = nullptr;
+    }
+    return VD_OK;
+}
+
+int VdFaceAPI::vdGetAlgVersion(char* out) {
+    if (out == nullptr)
+        return VD_ERR_HANDLE;
+    vdMyStrcpy(out, version);
+    return VD_OK;
+}
+
+char* VdFaceAPI::vdMyStrcpy(char* dst, const char* src) {
+    if (dst != nullptr && src != nullptr)
+        std::memmove(dst, src, std::strlen(src) + 1);
+    return dst;
+}
+
+int VdFaceAPI::vdDetectFace(unsigned char* image, int width, int height, int* faceNum, VDFACEINFOEX* faces) {
+    if (faceNum != nullptr)
+        *faceNum = 0;
+    if (width < minImageSide || height < minImageSide)
+        return VD_ERR_IMAGE_TOO_SMALL;
+    if (image == nullptr || faceNum == nullptr || faces == nullptr)
+        return VD_ERR_NO_FACE;
+    // An instance that was freed, or never loaded, finds nothing.
+    if (faceDetector == nullptr)
+        return VD_ERR_NO_FACE;
+    if (faceDetector->mtcnnFaceDetect(image, width, height, faceNum, faces) != 0)
+        return VD_ERR_NO_FACE;
+    return VD_OK;
+}
+
+MTCNN* VdFaceAPI::InitFaceDetectorEngine(char* path, int* error) {
+    struct Release {
+        void operator()(MTCNN* engine) const { FreeFaceDetectorEngine(engine); }
+    };
+    // Zeroed before construction, so that no byte of the detector depends on what the memory held before.
+    void* const memory = ::operator new(sizeof(MTCNN));
+    std::memset(memory, 0, sizeof(MTCNN));
+    std::unique_ptr<MTCNN, Release> engine(new (memory) MTCNN);
+    const int result = engine->mtcnnInitAlg(path);
+    if (error != nullptr)
+        *error = result;
+    return engine.release();
+}
+
+int VdFaceAPI::FreeFaceDetectorEngine(MTCNN* engine) {
+    if (engine != nullptr) {
+        engine->~MTCNN();
+        ::operator delete(engine);
+    }
+    return VD_OK;
+}

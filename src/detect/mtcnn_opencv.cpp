@@ -1,0 +1,474 @@
+#include "detect/pyramid.hpp"
+#include "detect/workspace.hpp"
+#include "models/data_size.hpp"
+#include "models/network_loader.hpp"
+
+#include <veldan/model_store.hpp>
+#include <veldan/mtcnn.hpp>
+#include <veldan/result_codes.h>
+
+#include <opencv2/dnn.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+static_assert(sizeof(FaceInfo) == 29 * sizeof(float));
+
+namespace {
+
+using veldan::StageTimer;
+using veldan::StageTimes;
+
+constexpr float proposalOverlap = 0.7F;
+constexpr float refinedOverlap = 0.7F;
+
+const std::vector<cv::String> proposalOutputs = {"conv5_1/Conv2D", "conv5_2/Conv2D"};
+const std::vector<cv::String> refinementOutputs = {"cls_fc/Softmax", "bbox_fc/MatMul"};
+const std::vector<cv::String> outputOutputs = {"cls_fc/Softmax", "bbox_fc/MatMul", "landmark_fc/MatMul"};
+
+bool isImage(const cv::Mat& img) {
+    return !img.empty() && img.dims == 2 && img.type() == CV_8UC3;
+}
+
+// Truncation toward zero that is defined for every value.
+int truncate(float value) {
+    if (std::isnan(value))
+        return 0;
+    if (value >= static_cast<float>(std::numeric_limits<int>::max()))
+        return std::numeric_limits<int>::max();
+    if (value <= static_cast<float>(std::numeric_limits<int>::min()))
+        return std::numeric_limits<int>::min();
+    return static_cast<int>(value);
+}
+
+bool areFinite(const float* values, int count) {
+    return std::all_of(values, values + count, [](float value) { return std::isfinite(value); });
+}
+
+bool hasFiniteEdges(const FaceInfo& box) {
+    return std::isfinite(box.x1) && std::isfinite(box.y1) && std::isfinite(box.x2) && std::isfinite(box.y2);
+}
+
+// A network's input blob over memory of ours, which only grows: neither freed nor cleared between frames.
+cv::Mat blobOver(std::vector<float>& memory, std::size_t images, cv::Size size) {
+    const int shape[] = {static_cast<int>(images), 3, size.height, size.width};
+    const std::size_t samples =
+        images * 3 * static_cast<std::size_t>(size.height) * static_cast<std::size_t>(size.width);
+    if (memory.size() < samples)
+        memory.resize(samples);
+    return {4, shape, CV_32F, memory.data()};
+}
+
+// The first pass through a network pays for its set-up; this spares the first frame from it.
+void warmUp(cv::dnn::Net& net, int side) {
+    const cv::Mat image = cv::Mat::zeros(side, side, CV_8UC3);
+    const cv::Mat blob = cv::dnn::blobFromImage(image, 1.0, cv::Size(), cv::Scalar(), false, false, CV_32F);
+    net.setInput(blob, "input_image", 1.0, cv::Scalar());
+    net.forward();
+}
+
+int loadWarm(const std::vector<unsigned char>& bytes, cv::dnn::Net& net, int side) {
+    cv::dnn::Net loaded;
+    const int error = veldan::readTensorflowNet(bytes, loaded);
+    if (error != VD_OK)
+        return error;
+    try {
+        warmUp(loaded, side);
+    } catch (const cv::Exception&) {
+        // Still part of loading: a file can be well-formed and yet not be a network for this input.
+        return VD_ERR_NETWORK;
+    }
+    net = loaded;
+    return VD_OK;
+}
+
+} // namespace
+
+bool CompareBBox(const FaceInfo& a, const FaceInfo& b) {
+    return a.score > b.score;
+}
+
+bool CompareFacearea(const FaceInfo& a, const FaceInfo& b) {
+    return (a.y2 - a.y1) * (a.x2 - a.x1) > (b.y2 - b.y1) * (b.x2 - b.x1);
+}
+
+double Pointdistance(cv::Point a, cv::Point b) {
+    // The differences in double precision, where they cannot overflow; as floats they are the same.
+    return std::pow(static_cast<float>(static_cast<double>(a.x) - b.x), 2.0F) +
+           std::pow(static_cast<float>(static_cast<double>(a.y) - b.y), 2.0F);
+}
+
+cv::dnn::Net& veldan::DetectorWorkspace::levelNet(std::size_t index) {
+    index = std::min(index, maxLevelNets - 1);
+    while (levelNets.size() <= index)
+        levelNets.push_back(cv::dnn::readNetFromTensorflow(proposalNetwork));
+    return levelNets[index];
+}
+
+int veldan::DetectorAccess::loadProposalNet(MTCNN& detector, std::vector<unsigned char> bytes) {
+    // No warm-up pass: the input changes size from level to level.
+    const int error = readTensorflowNet(bytes, detector.pnet);
+    if (error != VD_OK)
+        return error;
+    detector.workspace->proposalNetwork = std::move(bytes);
+    detector.workspace->levelNets.clear();
+    return VD_OK;
+}
+
+int veldan::DetectorAccess::loadRefinementNet(MTCNN& detector, const std::vector<unsigned char>& bytes) {
+    return loadWarm(bytes, detector.rnet, 24);
+}
+
+int veldan::DetectorAccess::loadOutputNet(MTCNN& detector, const std::vector<unsigned char>& bytes) {
+    return loadWarm(bytes, detector.onet, 48);
+}
+
+MTCNN::MTCNN()
+    : anchorNum(4), anchorScale(0.7937F), cellSize(24), anchorStride(4), anchorBase(24), maxProposals(5000),
+      pixelMean(127.5F), pixelScale(0.0078125F), batchSize(128), centerVariance{0.1F, 0.1F}, sizeVariance{0.2F, 0.2F},
+      workspace(std::make_unique<veldan::DetectorWorkspace>()) {}
+
+MTCNN::~MTCNN() = default;
+
+int MTCNN::mtcnnInitAlg(char* /*path*/) {
+    using veldan::DetectorAccess;
+    const auto load = [](veldan::NetworkLength length, veldan::NetworkData data, auto read) {
+        std::vector<unsigned char> bytes;
+        const int error = veldan::loadNetworkBytes(length, data, bytes);
+        return error == VD_OK ? read(bytes) : error;
+    };
+    int error = load(length_VELDAN_V5_1_0_FaceDetectP, data_VELDAN_V5_1_0_FaceDetectP,
+                     [this](auto& bytes) { return DetectorAccess::loadProposalNet(*this, std::move(bytes)); });
+    if (error == VD_OK)
+        error = load(length_VELDAN_V5_1_0_FaceDetectR, data_VELDAN_V5_1_0_FaceDetectR,
+                     [this](const auto& bytes) { return DetectorAccess::loadRefinementNet(*this, bytes); });
+    if (error == VD_OK)
+        error = load(length_VELDAN_V5_1_0_FaceDetectO, data_VELDAN_V5_1_0_FaceDetectO,
+                     [this](const auto& bytes) { return DetectorAccess::loadOutputNet(*this, bytes); });
+    return error;
+}
+
+int MTCNN::mtcnnFreeAlg() {
+    return VD_OK;
+}
+
+int MTCNN::mtcnnFaceDetect(unsigned char* image, int width, int height, int* faceNum, VDFACEINFOEX* faces) {
+    if (faceNum != nullptr)
+        *faceNum = 0;
+    if (image == nullptr || width <= 0 || height <= 0 || faceNum == nullptr || faces == nullptr)
+        return -1;
+
+    const float thresholds[3] = {0.6F, 0.6F, 0.7F};
+    // Both sides must exceed 640 x 480 for the larger least face: a wide but low image keeps the smaller one.
+    const int minSize = width >= 641 && height >= 481 ? 70 : 45;
+    const cv::Mat img(height, width, CV_8UC3, image);
+    std::vector<FaceInfo> found = Detect_mtcnn(img, minSize, thresholds, 0.7937F, 3);
+    if (found.empty())
+        return -1;
+    *faceNum = static_cast<int>(found.size());
+    // Stable, so that faces of equal area come in the same order each time.
+    std::stable_sort(found.begin(), found.end(), CompareFacearea);
+
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        const FaceInfo& box = found[i];
+        VDFACEINFOEX& face = faces[i];
+        face.x = std::clamp(truncate(box.x1), 0, width);
+        face.y = std::clamp(truncate(box.y1), 0, height);
+        face.width = std::min(std::max(truncate(box.x2 - box.x1), 0), width - face.x);
+        face.height = std::min(std::max(truncate(box.y2 - box.y1), 0), height - face.y);
+        face.keyPointNum = 5;
+        for (int k = 0; k < 5; ++k) {
+            face.keyPointX[k] = std::clamp(truncate(box.landmark[2 * k]), 0, width);
+            face.keyPointY[k] = std::clamp(truncate(box.landmark[2 * k + 1]), 0, height);
+        }
+        const cv::Point firstEye(face.keyPointX[0], face.keyPointY[0]);
+        const cv::Point secondEye(face.keyPointX[1], face.keyPointY[1]);
+        face.eyeDistance = static_cast<int>(std::sqrt(Pointdistance(firstEye, secondEye)));
+    }
+    return 0;
+}
+
+std::vector<FaceInfo> MTCNN::Detect_mtcnn(const cv::Mat& img, int minSize, const float* threshold, float factor,
+                                          int stage) {
+    if (threshold == nullptr || stage <= 0)
+        return {};
+    std::vector<FaceInfo> proposals = ProposalNet(img, minSize, threshold[0], factor);
+    if (stage == 1)
+        return proposals;
+
+    // The boxes in batches through a network, the survivors one after the other.
+    const auto refine = [&](const std::vector<FaceInfo>& boxes, int side, int refineStage) {
+        std::vector<FaceInfo> survivors;
+        std::vector<FaceInfo>& batch = workspace->batch;
+        const auto step = static_cast<std::size_t>(batchSize);
+        for (std::size_t begin = 0; begin < boxes.size(); begin += step) {
+            const std::size_t end = std::min(begin + step, boxes.size());
+            batch.assign(boxes.begin() + static_cast<std::ptrdiff_t>(begin),
+                         boxes.begin() + static_cast<std::ptrdiff_t>(end));
+            const std::vector<FaceInfo> passed =
+                NextStage(img, batch, side, side, refineStage, threshold[refineStage - 1]);
+            survivors.insert(survivors.end(), passed.begin(), passed.end());
+        }
+        return survivors;
+    };
+
+    std::vector<FaceInfo> refined;
+    if (!proposals.empty()) {
+        if (proposals.size() > static_cast<std::size_t>(maxProposals))
+            proposals.resize(static_cast<std::size_t>(maxProposals));
+        BBoxPadSquare(proposals, img.cols, img.rows);
+        refined = refine(proposals, 24, 2);
+        // Here suppression comes before regression, in the last stage after it: both networks were trained for that.
+        refined = NMS(refined, refinedOverlap, 'm');
+        BBoxRegression(refined);
+    }
+    if (stage == 2)
+        return refined;
+
+    std::vector<FaceInfo> faces;
+    if (!refined.empty()) {
+        BBoxPadSquare(refined, img.cols, img.rows);
+        faces = refine(refined, 48, 3);
+        BBoxRegression(faces);
+        faces = NMS(faces, refinedOverlap, 'm');
+        BBoxPad(faces, img.cols, img.rows);
+        // Regression can overflow; what follows, sorting first of all, relies on numbers.
+        faces.erase(
+            std::remove_if(faces.begin(), faces.end(), [](const FaceInfo& face) { return !hasFiniteEdges(face); }),
+            faces.end());
+    }
+    return faces;
+}
+
+std::vector<FaceInfo> MTCNN::NextStage(const cv::Mat& img, std::vector<FaceInfo>& boxes, int width, int height,
+                                       int stage, float threshold) {
+    cv::dnn::Net& net = stage == 2 ? rnet : onet;
+    if ((stage != 2 && stage != 3) || boxes.empty() || width <= 0 || height <= 0 || !isImage(img) || net.empty())
+        return {};
+
+    // The crops go straight into the blob, at the place of the next box that has one.
+    const cv::Size size(width, height);
+    cv::Mat blob = blobOver(workspace->blob, boxes.size(), size);
+    std::vector<const FaceInfo*> cropped;
+    cropped.reserve(boxes.size());
+    {
+        const StageTimer timer(workspace->times, stage == 2 ? &StageTimes::refinementCrops : &StageTimes::outputCrops);
+        for (const FaceInfo& box : boxes) {
+            const cv::Mat* crop = workspace->cropper.crop(img, box, size);
+            if (crop == nullptr)
+                continue;
+            veldan::writePlanes(*crop, pixelMean, pixelScale, blob.ptr<float>(static_cast<int>(cropped.size())));
+            cropped.push_back(&box);
+        }
+    }
+    if (cropped.empty())
+        return {};
+
+    const int count = static_cast<int>(cropped.size());
+    std::vector<cv::Mat>& outputs = workspace->outputs;
+    {
+        const StageTimer timer(workspace->times, stage == 2 ? &StageTimes::refinementNet : &StageTimes::outputNet);
+        net.setInput(blobOver(workspace->blob, cropped.size(), size), "input_image", 1.0, cv::Scalar());
+        net.forward(outputs, stage == 2 ? refinementOutputs : outputOutputs);
+    }
+    CV_Assert(outputs[0].rows == count && outputs[0].cols == 2 && outputs[0].isContinuous());
+    CV_Assert(outputs[1].rows == count && outputs[1].cols == 4 && outputs[1].isContinuous());
+    if (stage == 3)
+        CV_Assert(outputs[2].rows == count && outputs[2].cols == 10 && outputs[2].isContinuous());
+
+    std::vector<FaceInfo> survivors;
+    for (int i = 0; i < count; ++i) {
+        const float score = outputs[0].ptr<float>(i)[1];
+        const auto* regression = outputs[1].ptr<float>(i);
+        if (!(threshold <= score) || !areFinite(regression, 4))
+            continue;
+        const FaceInfo& box = *cropped[static_cast<std::size_t>(i)];
+        FaceInfo survivor{};
+        survivor.x1 = box.x1;
+        survivor.y1 = box.y1;
+        survivor.x2 = box.x2;
+        survivor.y2 = box.y2;
+        survivor.score = score;
+        std::copy_n(regression, 4, survivor.regression);
+        if (stage == 3) {
+            const auto* landmark = outputs[2].ptr<float>(i);
+            if (!areFinite(landmark, 10))
+                continue;
+            const float w = box.x2 - box.x1 + 1;
+            const float h = box.y2 - box.y1 + 1;
+            for (int k = 0; k < 5; ++k) {
+                survivor.landmark[2 * k] = landmark[2 * k] * w + box.x1;
+                survivor.landmark[2 * k + 1] = landmark[2 * k + 1] * h + box.y1;
+            }
+        }
+        survivors.push_back(survivor);
+    }
+    return survivors;
+}
+
+void MTCNN::BBoxRegression(std::vector<FaceInfo>& boxes) {
+    for (FaceInfo& box : boxes) {
+        const float w = box.x2 - box.x1 + 1;
+        const float h = box.y2 - box.y1 + 1;
+        box.x1 += box.regression[0] * w;
+        box.y1 += box.regression[1] * h;
+        box.x2 += box.regression[2] * w;
+        box.y2 += box.regression[3] * h;
+    }
+}
+
+void MTCNN::BBoxPad(std::vector<FaceInfo>& boxes, int width, int height) {
+    const auto right = static_cast<float>(width - 1);
+    const auto bottom = static_cast<float>(height - 1);
+    for (FaceInfo& box : boxes) {
+        box.x1 = std::round(std::max(box.x1, 0.0F));
+        box.y1 = std::round(std::max(box.y1, 0.0F));
+        box.x2 = std::round(std::min(box.x2, right));
+        box.y2 = std::round(std::min(box.y2, bottom));
+    }
+}
+
+void MTCNN::BBoxPadSquare(std::vector<FaceInfo>& boxes, int /*width*/, int /*height*/) {
+    for (FaceInfo& box : boxes) {
+        const float w = box.x2 - box.x1 + 1;
+        const float h = box.y2 - box.y1 + 1;
+        const float side = std::max(w, h);
+        box.x1 = std::round((w - side) * 0.5F + box.x1);
+        box.y1 = std::round((h - side) * 0.5F + box.y1);
+        box.x2 = box.x1 + std::round(side - 1);
+        box.y2 = box.y1 + std::round(side - 1);
+    }
+}
+
+std::vector<FaceInfo> MTCNN::ProposalNet(const cv::Mat& img, int minSize, float threshold, float factor) {
+    totalBoxes.clear();
+    if (!isImage(img) || minSize <= 0 || !(factor > 0 && factor < 1) || pnet.empty())
+        return {};
+
+    const std::vector<float> scales =
+        veldan::pyramidScales({anchorNum, anchorScale, cellSize}, img.size(), minSize, factor);
+    const std::vector<int> visited = veldan::visitedLevels(static_cast<int>(scales.size()));
+    for (std::size_t position = 0; position < visited.size(); ++position) {
+        const float scale = scales[static_cast<std::size_t>(visited[position])];
+        const cv::Size size = veldan::levelSize(img.size(), scale);
+        cv::Mat blob = blobOver(workspace->blob, 1, size);
+        {
+            const StageTimer timer(workspace->times, &StageTimes::pyramid);
+            cv::resize(img, workspace->level, size, 1.0, 0, cv::INTER_LINEAR);
+            veldan::writePlanes(workspace->level, pixelMean, pixelScale, blob.ptr<float>());
+        }
+        std::vector<cv::Mat>& outputs = workspace->outputs;
+        {
+            const StageTimer timer(workspace->times, &StageTimes::proposalNet);
+            cv::dnn::Net& net = position == 0 ? pnet : workspace->levelNet(position - 1);
+            net.setInput(blob, "input_image", 1.0, cv::Scalar());
+            net.forward(outputs, proposalOutputs);
+        }
+        {
+            const StageTimer timer(workspace->times, &StageTimes::decoding);
+            softmax_in_anchor(outputs[0]);
+            GenerateBBox(&outputs[0], &outputs[1], scale, threshold);
+        }
+        const std::vector<FaceInfo> survivors = NMS(candidateBoxes, proposalOverlap, 'u');
+        totalBoxes.insert(totalBoxes.end(), survivors.begin(), survivors.end());
+    }
+    // Regression comes last: both suppressions judge the anchors as they stand.
+    std::vector<FaceInfo> proposals = NMS(totalBoxes, proposalOverlap, 'u');
+    BBoxRegression_rpn(proposals);
+    return proposals;
+}
+
+void MTCNN::GenerateBBox(cv::Mat* score, cv::Mat* location, float scale, float threshold) {
+    candidateBoxes.clear();
+    if (score == nullptr || location == nullptr)
+        return;
+    CV_Assert(score->dims == 4 && score->size[0] == 1 && score->size[1] == 2 * anchorNum && score->type() == CV_32F &&
+              score->isContinuous());
+    CV_Assert(location->dims == 4 && location->size[0] == 1 && location->size[1] == 4 * anchorNum &&
+              location->size[2] == score->size[2] && location->size[3] == score->size[3] &&
+              location->type() == CV_32F && location->isContinuous());
+    const int columns = score->size[3];
+    const int cells = score->size[2] * columns;
+    const auto largest = static_cast<float>(cellSize);
+    for (int anchor = 0; anchor < anchorNum; ++anchor) {
+        const auto size = static_cast<float>(std::pow(static_cast<double>(anchorScale), anchor));
+        const float nearEdge = largest * ((1 - size) / 2);
+        const float farEdge = largest * ((size + 1) / 2);
+        const auto* probability = score->ptr<float>(0, 2 * anchor + 1);
+        const auto* regression = location->ptr<float>(0, 4 * anchor);
+        for (int cell = 0; cell < cells; ++cell) {
+            if (!(threshold <= probability[cell]))
+                continue;
+            const int row = cell / columns;
+            const float x = anchorStride * static_cast<float>(cell - columns * row);
+            const float y = anchorStride * static_cast<float>(row);
+            FaceInfo box{};
+            box.x1 = (nearEdge + x) / scale;
+            box.y1 = (nearEdge + y) / scale;
+            box.x2 = (farEdge + x) / scale;
+            box.y2 = (farEdge + y) / scale;
+            for (int k = 0; k < 4; ++k)
+                box.regression[k] = regression[static_cast<std::ptrdiff_t>(k) * cells + cell];
+            box.score = probability[cell];
+            candidateBoxes.push_back(box);
+        }
+    }
+}
+
+void MTCNN::softmax_in_anchor(cv::Mat& score) {
+    CV_Assert(score.dims == 4 && score.size[0] == 1 && score.size[1] == 2 * anchorNum && score.type() == CV_32F &&
+              score.isContinuous());
+    const int cells = score.size[2] * score.size[3];
+    for (int anchor = 0; anchor < anchorNum; ++anchor) {
+        auto* background = score.ptr<float>(0, 2 * anchor);
+        auto* face = score.ptr<float>(0, 2 * anchor + 1);
+        // exp(0) is exactly 1, and one of the two differences is 0: one exponential a cell instead of two.
+        const auto exponential = [](float value) { return value == 0 ? 1.0F : std::exp(value); };
+        for (int cell = 0; cell < cells; ++cell) {
+            const float top = std::max(background[cell], face[cell]);
+            const float faceTerm = exponential(face[cell] - top);
+            const float p = faceTerm / (faceTerm + exponential(background[cell] - top));
+            background[cell] = 1 - p;
+            face[cell] = p;
+        }
+    }
+}
+
+void MTCNN::BBoxRegression_rpn(std::vector<FaceInfo>& boxes) {
+    for (FaceInfo& box : boxes) {
+        const float w = box.x2 - box.x1 + 1;
+        const float h = box.y2 - box.y1 + 1;
+        const float nw = std::exp(sizeVariance[0] * box.regression[2]) * w;
+        const float nh = std::exp(sizeVariance[1] * box.regression[3]) * h;
+        const float dx = centerVariance[0] * box.regression[0] * w;
+        const float dy = centerVariance[1] * box.regression[1] * h;
+        box.x1 += dx - (nw - w) / 2;
+        box.y1 += dy - (nh - h) / 2;
+        box.x2 += (nw - w) / 2 + dx;
+        box.y2 += (nh - h) / 2 + dy;
+    }
+}
+
+std::vector<FaceInfo> MTCNN::NMS(std::vector<FaceInfo>& boxes, float threshold, char mode) {
+    const StageTimer timer(workspace->times, &StageTimes::suppression);
+    return workspace->suppression.run(boxes, threshold, mode);
+}
+
+float MTCNN::IoU(float ax1, float ay1, float ax2, float ay2, float bx1, float by1, float bx2, float by2,
+                 bool overSmaller) {
+    const float w = std::min(ax2, bx2) - std::max(ax1, bx1) + 1;
+    const float h = std::min(ay2, by2) - std::max(ay1, by1) + 1;
+    if (!(w > 0 && h > 0))
+        return 0;
+    const float common = w * h;
+    const float a = (ax2 - ax1 + 1) * (ay2 - ay1 + 1);
+    const float b = (bx2 - bx1 + 1) * (by2 - by1 + 1);
+    return overSmaller ? common / std::min(a, b) : common / (a + b - common);
+}
+
+int MTCNN::vdGetDataSize(char* path) {
+    return veldan::dataSize(path);
+}

@@ -1,0 +1,24 @@
+#ifndef VELDAN_MODELS_NETWORK_LOADER_HPP
+#define VELDAN_MODELS_NETWORK_LOADER_HPP
+
+#include <opencv2/dnn.hpp>
+
+#include <vector>
+
+namespace veldan {
+
+// How every engine gets its networks: bytes from the store, then a network built from memory. All functions return
+// 0, or 20 when the stored form is damaged or OpenCV cannot make a network of it; the output is then unchanged.
+
+using NetworkLength = int (*)();
+using NetworkData = int (*)(unsigned char* out);
+
+int loadNetworkBytes(NetworkLength length, NetworkData data, std::vector<unsigned char>& bytes);
+
+int readTensorflowNet(const std::vector<unsigned char>& bytes, cv::dnn::Net& net);
+
+int loadTensorflowNet(NetworkLength length, NetworkData data, cv::dnn::Net& net);
+
+} // namespace veldan
+
+#endif
