@@ -1,0 +1,47 @@
+#!/usr/bin/env python3
+"""Trains one of the networks: training/train.py NAME --data FOLDER. See training/README.md."""
+import argparse
+import os
+import sys
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("network", choices=["FaceDetectP", "FaceDetectR", "FaceDetectO"])
+    parser.add_argument("--data", required=True, help="folder with photos/ and faces/")
+    parser.add_argument("--work", default="training/work", help="folder for checkpoints (default: %(default)s)")
+    parser.add_argument("--steps", type=int, help="length of the schedule (default: the network's own)")
+    parser.add_argument("--rate", type=float, help="highest learning rate (default: the network's own)")
+    parser.add_argument("--start", metavar="CHECKPOINT", help="begin a new schedule from the weights of an earlier run")
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--threads", type=int, default=1, help="of torch")
+    parser.add_argument("--workers", type=int, default=1, help="processes that prepare batches")
+    parser.add_argument("--single", action="store_true", help="single precision throughout, for processors without bfloat16")
+    parser.add_argument("--fresh", action="store_true", help="ignore a checkpoint of an earlier run")
+    parser.add_argument("--models", help="folder that the finished network file is also written to, e.g. models")
+    parser.add_argument("--answers", help="folder for the answers that the library's test compares, e.g. tests/data/networks")
+    parser.add_argument("--score", type=float, help="uncalibrated score that becomes the library's threshold "
+                                                    "(default: chosen on the development photos)")
+    parser.add_argument("--export-only", action="store_true", help="calibrate and write the checkpoint as it is")
+    args = parser.parse_args()
+    import torch
+    from veldan_training import exporting, networks
+    torch.set_num_threads(args.threads)
+    torch.manual_seed(args.seed)
+    if args.network == "FaceDetectP":
+        from veldan_training import train_proposals as trainer
+    else:
+        from veldan_training import train_refinement as trainer
+    network = networks.Network(args.network)
+    if args.export_only:
+        network.load_state_dict(torch.load(os.path.join(args.work, f"{args.network}.checkpoint"))["network"])
+        network.eval()
+    else:
+        trainer.train(args, network)
+    exporting.write(args, network)
+
+
+if __name__ == "__main__":
+    main()

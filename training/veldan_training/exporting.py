@@ -1,0 +1,75 @@
+"""Last step of every training run: calibrate the score, write the network file and the answers that the library must reproduce."""
+import json
+import os
+
+import numpy as np
+import torch
+
+from . import calibration, cascade, networks, photos
+
+SCORE_HEAD = {"FaceDetectP": "conv5_1", "FaceDetectR": "cls_fc", "FaceDetectO": "cls_fc"}
+LIBRARY_THRESHOLD = {"FaceDetectP": cascade.PROPOSAL, "FaceDetectR": cascade.REFINE, "FaceDetectO": cascade.OUTPUT}
+
+
+def read(folder, name):
+    with open(os.path.join(folder, networks.file_name(name)), "rb") as f:
+        return f.read()
+
+
+def operating_score(args, network):
+    """The uncalibrated score that is to become the library's threshold, from the development photos."""
+    development = photos.load(args.data, "train", subset="development")
+    data = networks.export(network)
+    if args.network == "FaceDetectP":
+        score = calibration.proposal_threshold(cascade.Cascade(data), development)
+    elif args.network == "FaceDetectR":
+        score = calibration.refine_threshold(cascade.Cascade(read(args.work, "FaceDetectP"), data), development)
+    else:
+        detector = cascade.Cascade(read(args.work, "FaceDetectP"), read(args.work, "FaceDetectR"), data)
+        _, false, _, count = calibration.report(detector, development)
+        for value, name in false[:15]:
+            print(f"  false: {value:.3f} {name}")
+        allowed = int(0.04 * count)  # false positives that the development photos may have
+        score = false[allowed][0] if len(false) > allowed else LIBRARY_THRESHOLD[args.network]
+    if args.score:
+        print(f"score {args.score} given instead of {score:.3f}")
+        score = args.score
+    return score
+
+
+def write(args, network):
+    score = operating_score(args, network)
+    head = SCORE_HEAD[args.network]
+    shift = {head: np.float32(calibration.logit(LIBRARY_THRESHOLD[args.network]) - calibration.logit(score))}
+    data = networks.export(network, shift)
+    sizes = [(1, 24, 24), (1, 128, 171), (1, 26, 34)] if args.network == "FaceDetectP" else None
+    error = networks.check_export(args.network, network, data, shift, sizes)
+    for folder in {args.work, args.models} - {None}:
+        os.makedirs(folder, exist_ok=True)
+        with open(os.path.join(folder, networks.file_name(args.network)), "wb") as f:
+            f.write(data)
+    print(f"{networks.file_name(args.network)}: {len(data)} bytes, score {score:.3f} moved to "
+          f"{LIBRARY_THRESHOLD[args.network]}, largest difference from the trained network {error:.1e}")
+    if args.answers:
+        _write_answers(args, network, shift)
+
+
+def _write_answers(args, network, shift):
+    """What the trainer computes for an input that a test can make by itself: sample i is (i * 2654435761 mod 2^32) / 2^31 - 1."""
+    side = network.definition.input_size
+    shape = (1, 3, 40, 56) if args.network == "FaceDetectP" else (2, 3, side, side)
+    i = np.arange(np.prod(shape), dtype=np.uint64)
+    x = ((i * np.uint64(2654435761)) % np.uint64(2 ** 32)).astype(np.float64) / 2 ** 31 - 1
+    with torch.no_grad():
+        outputs = network(torch.from_numpy(x.astype(np.float32).reshape(shape)))
+    answers = []
+    for (head, _, kind), y, name in zip(network.definition.heads, outputs, networks.output_names(args.network)):
+        if head in shift:
+            y[:, 1::2] += float(shift[head])
+        y = torch.softmax(y, 1) if kind == "softmax" else y
+        answers.append({"name": name, "shape": list(y.shape), "values": [round(float(v), 6) for v in y.flatten()]})
+    os.makedirs(args.answers, exist_ok=True)
+    path = os.path.join(args.answers, networks.file_name(args.network).replace(".pb", ".json"))
+    with open(path, "w") as f:
+        json.dump({"input": {"name": "input_image", "shape": list(shape)}, "outputs": answers}, f)
+        f.write("\n")

@@ -1,0 +1,67 @@
+"""What all training runs share: schedule, checkpoints that a run continues from, progress lines."""
+import math
+import os
+import time
+
+import torch
+
+
+class Run:
+    """AdamW with a warm-up and a cosine schedule over a fixed number of steps; state in WORK/NAME.checkpoint."""
+
+    def __init__(self, args, network, steps, rate, weight_decay=1e-4, name=None):
+        self.network, self.steps, self.rate = network, steps, rate
+        os.makedirs(args.work, exist_ok=True)
+        self.path = os.path.join(args.work, f"{name or args.network}.checkpoint")
+        decay = [p for p in network.parameters() if p.dim() > 1]
+        other = [p for p in network.parameters() if p.dim() <= 1]
+        self.optimizer = torch.optim.AdamW([{"params": decay, "weight_decay": weight_decay},
+                                            {"params": other, "weight_decay": 0.0}], lr=rate)
+        self.step, self.means, self.saved = 0, {}, time.time()
+        if args.start and not os.path.exists(self.path):
+            network.load_state_dict(torch.load(args.start)["network"])
+            print(f"starts from the weights of {args.start}", flush=True)
+        if os.path.exists(self.path) and not args.fresh:
+            state = torch.load(self.path)
+            network.load_state_dict(state["network"])
+            self.optimizer.load_state_dict(state["optimizer"])
+            self.step = state["step"]
+            print(f"continues at step {self.step}", flush=True)
+
+    def over(self, loader):
+        self.network.train()
+        started, first = time.time(), self.step
+        for batch in loader:
+            if self.step >= self.steps:
+                return
+            warm = min(1.0, (self.step + 1) / 200)
+            rate = self.rate * warm * (0.5 + 0.5 * math.cos(math.pi * self.step / self.steps)) + 1e-6
+            for group in self.optimizer.param_groups:
+                group["lr"] = rate
+            yield batch, self
+            self.step += 1
+            if self.step % 200 == 0:
+                text = "  ".join(f"{k} {v:.4f}" for k, v in self.means.items())
+                pace = (self.step - first) / (time.time() - started)
+                print(f"step {self.step}/{self.steps}  {text}  {pace:.1f} steps/s", flush=True)
+            if time.time() - self.saved > 120:
+                self.save()
+
+    def descend(self, loss, **shown):
+        self.optimizer.zero_grad(set_to_none=True)
+        loss.backward()
+        torch.nn.utils.clip_grad_norm_(self.network.parameters(), 5.0)
+        self.optimizer.step()
+        for k, v in shown.items():
+            v = float(v)
+            self.means[k] = v if k not in self.means else 0.99 * self.means[k] + 0.01 * v
+
+    def save(self):
+        torch.save({"network": self.network.state_dict(), "optimizer": self.optimizer.state_dict(), "step": self.step},
+                   self.path + ".part")
+        os.replace(self.path + ".part", self.path)
+        self.saved = time.time()
+
+    def finish(self):
+        self.save()
+        self.network.eval()
