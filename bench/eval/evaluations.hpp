@@ -1,0 +1,17 @@
+#ifndef VELDAN_EVAL_EVALUATIONS_HPP
+#define VELDAN_EVAL_EVALUATIONS_HPP
+
+#include <functional>
+
+namespace CLI {
+class App;
+}
+
+namespace veldan::eval {
+
+/** Each of these adds one subcommand, and stores what it does when the user chose it. */
+void addDetectEvaluation(CLI::App& app, std::function<void()>& action);
+
+} // namespace veldan::eval
+
+#endif

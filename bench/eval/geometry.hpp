@@ -1,0 +1,45 @@
+#ifndef VELDAN_EVAL_GEOMETRY_HPP
+#define VELDAN_EVAL_GEOMETRY_HPP
+
+#include <array>
+
+namespace veldan::eval {
+
+struct Point {
+    double x = 0;
+    double y = 0;
+};
+
+/** Eye on the image's left, eye on its right, nose tip, mouth corner on the left, on the right. */
+using FivePoints = std::array<Point, 5>;
+
+struct Box {
+    double x = 0;
+    double y = 0;
+    double width = 0;
+    double height = 0;
+
+    bool contains(Point p) const { return p.x >= x && p.x <= x + width && p.y >= y && p.y <= y + height; }
+};
+
+/** How the size of a face is measured when it is compared with the smallest size that counts. */
+enum class SizeMeasure { Geometric, Longer, Shorter };
+
+/** Geometric: root of width x height. */
+double sizeOf(const Box& box, SizeMeasure measure);
+
+/** Intersection over union; 0 when the boxes do not overlap. */
+double overlap(const Box& a, const Box& b);
+
+/** The part of the box inside a picture of this size. */
+Box clipped(const Box& box, double width, double height);
+
+Box scaled(const Box& box, double sx, double sy);
+FivePoints scaled(const FivePoints& points, double sx, double sy);
+
+double distance(Point a, Point b);
+Point centroid(const FivePoints& points);
+
+} // namespace veldan::eval
+
+#endif

@@ -1,0 +1,25 @@
+#include "evaluations.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include <exception>
+#include <iostream>
+
+int main(int argc, char** argv) {
+    CLI::App app{"Measures the library on labelled photos.", "veldan_eval"};
+    app.require_subcommand(1);
+    std::function<void()> action;
+    veldan::eval::addDetectEvaluation(app, action);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    }
+    try {
+        action();
+    } catch (const std::exception& error) {
+        std::cerr << "veldan_eval: " << error.what() << '\n';
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,25 @@
+#ifndef VELDAN_CLI_COMMANDS_HPP
+#define VELDAN_CLI_COMMANDS_HPP
+
+#include "exit_codes.hpp"
+
+#include <functional>
+
+namespace CLI {
+class App;
+}
+
+namespace veldan::cli {
+
+/** What the chosen command line runs; parsing only fills it in, so that nothing happens before parsing has succeeded.
+ */
+using Action = std::function<ExitCode()>;
+
+/** Each of these adds one subcommand to the application and stores its action when the user chose it. */
+void addDetectCommand(CLI::App& app, Action& action);
+void addNetworksCommand(CLI::App& app, Action& action);
+void addVersionCommand(CLI::App& app, Action& action);
+
+} // namespace veldan::cli
+
+#endif

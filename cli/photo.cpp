@@ -1,0 +1,162 @@
+#include "photo.hpp"
+
+#include "exit_codes.hpp"
+#include "orientation.hpp"
+
+#include <veldan/image_tool.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace veldan::cli {
+
+namespace {
+
+constexpr std::size_t maxFileSize = std::size_t{1} << 30;
+
+class FileDescriptor {
+public:
+    explicit FileDescriptor(int fd) : fd_(fd) {}
+    ~FileDescriptor() {
+        if (fd_ >= 0)
+            ::close(fd_);
+    }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+
+    int get() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+std::vector<unsigned char> readFile(const std::string& path) {
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (file.get() < 0) {
+        if (errno == ENOENT || errno == ENOTDIR)
+            throw CommandError(ExitCode::Missing, "no such file");
+        throw CommandError(ExitCode::Unreadable, std::string("cannot be opened: ") + std::strerror(errno));
+    }
+    std::vector<unsigned char> bytes;
+    std::array<unsigned char, 1 << 16> part{};
+    for (;;) {
+        const ssize_t length = ::read(file.get(), part.data(), part.size());
+        if (length == 0)
+            return bytes;
+        if (length < 0) {
+            if (errno == EINTR)
+                continue;
+            throw CommandError(ExitCode::Unreadable, std::string("cannot be read: ") + std::strerror(errno));
+        }
+        bytes.insert(bytes.end(), part.data(), part.data() + length);
+        if (bytes.size() > maxFileSize)
+            throw CommandError(ExitCode::Unreadable, "larger than 1 GiB");
+    }
+}
+
+/**
+ * A name under which the library can open bytes that nobody else can change. ImageLoad opens its file twice, once to
+ * learn the size and once for the pixels, and trusts that the size is still the same; with a file that somebody
+ * rewrites meanwhile, or with a pipe, it is not. Where the system offers no such name the path itself has to do.
+ */
+class FrozenFile {
+public:
+    FrozenFile(const std::string& path, const std::vector<unsigned char>& bytes)
+        : file_(::memfd_create("photo", MFD_CLOEXEC)), name_("/proc/self/fd/" + std::to_string(file_.get())) {
+        if (!fill(bytes) || ::access(name_.c_str(), R_OK) != 0)
+            name_ = path;
+    }
+
+    const char* name() const { return name_.c_str(); }
+
+private:
+    bool fill(const std::vector<unsigned char>& bytes) const {
+        std::size_t done = 0;
+        while (done < bytes.size()) {
+            const ssize_t length = ::write(file_.get(), bytes.data() + done, bytes.size() - done);
+            if (length < 0)
+                return false;
+            done += static_cast<std::size_t>(length);
+        }
+        return true;
+    }
+
+    FileDescriptor file_;
+    std::string name_;
+};
+
+std::string lowerCaseExtension(const std::filesystem::path& path) {
+    std::string extension = path.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return extension;
+}
+
+constexpr std::array<const char*, 7> writableExtensions = {".jpg", ".jpeg", ".png", ".webp", ".bmp", ".tif", ".tiff"};
+
+} // namespace
+
+Photo loadPhoto(const std::string& path) {
+    const std::vector<unsigned char> bytes = readFile(path);
+    const FrozenFile file(path, bytes);
+    Photo photo;
+    try {
+        if (ImageLoad(file.name(), 0, nullptr, &photo.width, &photo.height) != 1)
+            throw CommandError(ExitCode::Unreadable, "not a picture in a known format");
+        photo.pixels.resize(static_cast<std::size_t>(photo.width) * static_cast<std::size_t>(photo.height) * 3);
+        ImageLoad(file.name(), 0, photo.pixels.data(), &photo.width, &photo.height);
+    } catch (const CommandError&) {
+        throw;
+    } catch (const std::exception& error) {
+        // OpenCV refuses pictures of absurd size by an exception, which the library passes on.
+        throw CommandError(ExitCode::Unreadable, std::string("cannot be decoded: ") + error.what());
+    }
+    if (const int orientation = webpOrientation(bytes); orientation != 1)
+        turnUpright(photo, orientation);
+    return photo;
+}
+
+bool canSave(const std::filesystem::path& path) {
+    const std::string extension = lowerCaseExtension(path);
+    return std::find(writableExtensions.begin(), writableExtensions.end(), extension) != writableExtensions.end();
+}
+
+std::string saveableExtensions() {
+    std::string text;
+    for (const char* extension : writableExtensions)
+        text += std::string(text.empty() ? "" : " ") + extension;
+    return text;
+}
+
+void savePhoto(Photo& photo, const std::filesystem::path& path) {
+    // ImageSave does not report whether it wrote anything. Under a name of its own the file's presence tells, and a
+    // reader of the final name never meets half a picture.
+    const std::filesystem::path partial =
+        path.parent_path() / (".veldan-" + std::to_string(::getpid()) + "-partial" + path.extension().string());
+    std::error_code error;
+    std::filesystem::remove(partial, error);
+    try {
+        ImageSave(partial.c_str(), photo.pixels.data(), photo.width, photo.height, 3);
+    } catch (const std::exception& failure) {
+        std::filesystem::remove(partial, error);
+        throw CommandError(ExitCode::NotWritten, std::string("cannot be written: ") + failure.what());
+    }
+    if (!std::filesystem::exists(partial, error)) {
+        throw CommandError(ExitCode::NotWritten, "cannot be written: is the folder there, and may you write into it?");
+    }
+    std::filesystem::rename(partial, path, error);
+    if (error) {
+        const std::string reason = error.message();
+        std::filesystem::remove(partial, error);
+        throw CommandError(ExitCode::NotWritten, "cannot be written: " + reason);
+    }
+}
+
+} // namespace veldan::cli

@@ -1,0 +1,38 @@
+#ifndef VELDAN_CLI_PHOTO_HPP
+#define VELDAN_CLI_PHOTO_HPP
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace veldan::cli {
+
+/** A colour picture: blue, green, red, rows from top to bottom without padding. */
+struct Photo {
+    int width = 0;
+    int height = 0;
+    std::vector<unsigned char> pixels;
+};
+
+/**
+ * Reads a picture and turns it upright as its EXIF data tell.
+ * Throws CommandError: Missing when there is no such file, Unreadable when it cannot be read or is not a picture.
+ * The messages do not name the file; the caller knows it.
+ */
+Photo loadPhoto(const std::string& path);
+
+/** True when savePhoto knows how to write files with this path's extension. */
+bool canSave(const std::filesystem::path& path);
+
+/** The extensions that canSave accepts, for messages. */
+std::string saveableExtensions();
+
+/**
+ * Writes the picture; the extension chooses the format. The file appears under its name only once it is complete.
+ * Throws CommandError (NotWritten).
+ */
+void savePhoto(Photo& photo, const std::filesystem::path& path);
+
+} // namespace veldan::cli
+
+#endif
