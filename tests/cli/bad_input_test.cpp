@@ -1,0 +1,114 @@
+#include "run_veldan.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace {
+
+using testing::HasSubstr;
+namespace fs = std::filesystem;
+
+const std::string astronaut = std::string(VELDAN_PHOTOS) + "/astronaut.jpg";
+
+struct BadPhoto {
+    const char* name;
+    std::function<void(const fs::path&)> make;
+    int exitCode;
+    const char* errorName;
+    const char* message;
+};
+
+void PrintTo(const BadPhoto& photo, std::ostream* out) {
+    *out << photo.name;
+}
+
+std::function<void(const fs::path&)> text(const std::string& content) {
+    return [content](const fs::path& path) { writeBytes(path, {content.begin(), content.end()}); };
+}
+
+std::function<void(const fs::path&)> grey(int width, int height) {
+    return [width, height](const fs::path& path) { cv::imwrite(path.string(), cv::Mat(height, width, CV_8UC1, 90)); };
+}
+
+class BadPhotoAmongGoodOnes : public testing::TestWithParam<BadPhoto> {};
+
+// A bad photo has its own exit code and message, and the photos around it are processed all the same.
+TEST_P(BadPhotoAmongGoodOnes, IsNamedAndLosesNoOther) {
+    const ScratchFolder folder;
+    const fs::path bad = folder / "bad.png";
+    GetParam().make(bad);
+    const CommandResult result = runVeldan({"detect", "--json", astronaut, bad.string(), astronaut});
+
+    EXPECT_EQ(result.exitCode, GetParam().exitCode);
+    EXPECT_THAT(result.errors, HasSubstr("veldan: " + bad.string() + ": "));
+    EXPECT_THAT(result.errors, HasSubstr(GetParam().message));
+    const auto photos = nlohmann::json::parse(result.output).at("photos");
+    ASSERT_EQ(photos.size(), 3u);
+    EXPECT_EQ(photos[1].at("error").at("name"), GetParam().errorName);
+    EXPECT_EQ(photos[1].at("error").at("code"), GetParam().exitCode);
+    EXPECT_FALSE(photos[1].contains("faces"));
+    for (const std::size_t good : {0u, 2u}) {
+        EXPECT_FALSE(photos[good].contains("error"));
+        EXPECT_EQ(photos[good].at("faces"), photos[0].at("faces"));
+        EXPECT_EQ(photos[good].at("width"), 512);
+    }
+    EXPECT_EQ(runVeldan({"detect", bad.string()}).exitCode, GetParam().exitCode);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, BadPhotoAmongGoodOnes,
+    testing::Values(
+        BadPhoto{"missing", [](const fs::path&) {}, 3, "missing", "no such file"},
+        BadPhoto{"folder", [](const fs::path& path) { fs::create_directory(path); }, 4, "unreadable", "Is a directory"},
+        BadPhoto{"empty", text(""), 4, "unreadable", "not a picture"},
+        BadPhoto{"text", text("no picture at all\n"), 4, "unreadable", "not a picture"},
+        BadPhoto{"header", text("\x89PNG\r\n\x1a\n"), 4, "unreadable", "not a picture"},
+        BadPhoto{"webp_chunks", text("RIFF\xff\xff\xff\xffWEBPEXIF\xff\xff\xff\xff"), 4, "unreadable", "not a picture"},
+        BadPhoto{"narrow", grey(99, 500), 5, "too_small", "99 x 500"},
+        BadPhoto{"line", grey(30000, 1), 5, "too_small", "30000 x 1"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(BadPhotos, TheFirstProblemDecides) {
+    const ScratchFolder folder;
+    grey(50, 50)(folder / "small.png");
+    const std::string small = (folder / "small.png").string();
+    EXPECT_EQ(runVeldan({"detect", small, "/no/such/file"}).exitCode, 5);
+    EXPECT_EQ(runVeldan({"detect", "/no/such/file", small}).exitCode, 3);
+}
+
+struct Mistake {
+    std::vector<std::string> arguments;
+    int exitCode;
+    const char* message;
+};
+
+void PrintTo(const Mistake& mistake, std::ostream* out) {
+    *out << testing::PrintToString(mistake.arguments);
+}
+
+class WrongUsage : public testing::TestWithParam<Mistake> {};
+
+TEST_P(WrongUsage, IsRefusedWithAMessage) {
+    const CommandResult result = runVeldan(GetParam().arguments);
+    EXPECT_EQ(result.exitCode, GetParam().exitCode);
+    EXPECT_THAT(result.errors, HasSubstr(GetParam().message));
+    EXPECT_EQ(result.output, "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, WrongUsage,
+    testing::Values(Mistake{{}, 2, "subcommand is required"}, Mistake{{"detekt"}, 2, "no command \"detekt\""},
+                    Mistake{{"detect"}, 2, "PHOTO is required"},
+                    Mistake{{"detect", "--colour", astronaut}, 2, "--colour"},
+                    Mistake{{"detect", astronaut, "--draw", "out.xyz"}, 2, "known extension"},
+                    Mistake{{"detect", astronaut, astronaut, "--draw", astronaut}, 7, "not a folder"}));
+
+} // namespace

@@ -1,0 +1,79 @@
+#include "cli/run_command.hpp"
+#include "labels.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+using namespace veldan::eval;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+void write(const std::filesystem::path& path, const std::string& text) {
+    writeBytes(path, {text.begin(), text.end()});
+}
+
+const std::string label = "a.webp,1.5,2,30,40,10,11,20,12,15,20,11,30,19,31,0.93\n";
+
+TEST(Labels, ReadsAllTables) {
+    const ScratchFolder folder;
+    write(folder / "one.images.csv", "file,width,height,split\na.webp,100,80,train\nb.webp,60,70,val\n");
+    write(folder / "one.labels.csv", label + "a.webp,-5,6,7,8,1,2,3,4,5,6,7,8,9,10,0.31\r\n");
+    write(folder / "one.landmarks.csv", "b.webp,1,2,3,4,5,6,7,8,9,10.5\n");
+    write(folder / "one.masks.csv", "a.webp,9,8,7,6,with_mask\n");
+    write(folder / "two.images.csv", "");
+    EXPECT_THAT(packNames(folder / ""), ElementsAre("one", "two"));
+
+    const Pack pack = readPack(folder / "", "one");
+    ASSERT_EQ(pack.photos.size(), 2u);
+    const LabelledPhoto& a = pack.photos[0];
+    EXPECT_EQ(a.file, "a.webp");
+    EXPECT_EQ(a.width, 100);
+    EXPECT_EQ(a.split, "train");
+    ASSERT_EQ(a.faces.size(), 2u);
+    EXPECT_DOUBLE_EQ(a.faces[0].box.x, 1.5);
+    EXPECT_DOUBLE_EQ(a.faces[0].points[4].y, 31);
+    EXPECT_DOUBLE_EQ(a.faces[0].score, 0.93);
+    EXPECT_DOUBLE_EQ(a.faces[1].box.x, -5);
+    EXPECT_DOUBLE_EQ(a.faces[1].score, 0.31);
+    ASSERT_EQ(a.personBoxes.size(), 1u);
+    EXPECT_EQ(a.personBoxes[0].category, "with_mask");
+    EXPECT_FALSE(a.personPoints);
+    ASSERT_TRUE(pack.photos[1].personPoints);
+    EXPECT_DOUBLE_EQ((*pack.photos[1].personPoints)[4].y, 10.5);
+    EXPECT_TRUE(pack.photos[1].faces.empty());
+}
+
+struct Fault {
+    std::string images;
+    std::string labels;
+    const char* message;
+};
+
+class FaultyLabels : public testing::TestWithParam<Fault> {};
+
+TEST_P(FaultyLabels, AreRefusedWithFileAndLine) {
+    const ScratchFolder folder;
+    write(folder / "p.images.csv", GetParam().images);
+    write(folder / "p.labels.csv", GetParam().labels);
+    try {
+        readPack(folder / "", "p");
+        FAIL() << "accepted";
+    } catch (const std::runtime_error& error) {
+        EXPECT_THAT(error.what(), HasSubstr(GetParam().message));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, FaultyLabels,
+    testing::Values(
+        Fault{"a.webp,100,80\n", "", "p.images.csv:1: 3 fields instead of 4"},
+        Fault{"a.webp,100,80,val\n\na.webp,100,80,val\n", "", "p.images.csv:3: a.webp occurs twice"},
+        Fault{"a.webp,100,8o,val\n", "", "\"8o\" is not a number"},
+        Fault{"a.webp,100,80,val\n", label + "b.webp" + label.substr(6), "p.labels.csv:2: b.webp is not in"},
+        Fault{"a.webp,100,80,val\n", "a.webp,,2,30,40,10,11,20,12,15,20,11,30,19,31,0.93\n", "\"\" is not a number"}));
+
+} // namespace
