@@ -57,7 +57,7 @@ def write(args, network):
 def _write_answers(args, network, shift):
     """What the trainer computes for an input that a test can make by itself: sample i is (i * 2654435761 mod 2^32) / 2^31 - 1."""
     side = network.definition.input_size
-    shape = (1, 3, 40, 56) if args.network == "FaceDetectP" else (2, 3, side, side)
+    shape = (1, 3, 40, 56) if args.network == "FaceDetectP" else (2, network.definition.channels, *side)
     i = np.arange(np.prod(shape), dtype=np.uint64)
     x = ((i * np.uint64(2654435761)) % np.uint64(2 ** 32)).astype(np.float64) / 2 ** 31 - 1
     with torch.no_grad():
@@ -66,7 +66,7 @@ def _write_answers(args, network, shift):
     for (head, _, kind), y, name in zip(network.definition.heads, outputs, networks.output_names(args.network)):
         if head in shift:
             y[:, 1::2] += float(shift[head])
-        y = torch.softmax(y, 1) if kind == "softmax" else y
+        y = torch.softmax(y, 1) if kind in networks.SOFTMAX else y
         answers.append({"name": name, "shape": list(y.shape), "values": [round(float(v), 6) for v in y.flatten()]})
     os.makedirs(args.answers, exist_ok=True)
     path = os.path.join(args.answers, networks.file_name(args.network).replace(".pb", ".json"))

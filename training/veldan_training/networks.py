@@ -4,7 +4,8 @@ A layer list is a sequence of
   ("conv", name, out_channels, kernel, stride, "VALID" or "SAME")   followed by batch normalisation and PReLU
   ("dense", name, out_features)                                     followed by batch normalisation and PReLU
 and the heads are (name, outputs, kind): kind "conv" is a 1x1 convolution, "dense" a fully connected layer, "softmax" a
-fully connected layer whose output passes a softmax when shipped.
+fully connected layer whose output passes a softmax when shipped, and "last" the same with the softmax node named plainly
+"Softmax": it ends the file, since engines that ask for no output by name get the file's last layer.
 """
 import numpy as np
 import torch
@@ -14,9 +15,21 @@ from . import graphdef
 
 
 class Definition:
-    def __init__(self, input_size, layers, heads, version="5_1_0"):
-        self.input_size, self.layers, self.heads, self.version = input_size, layers, heads, version
+    """input_size: pixels, one number for a square or (height, width)."""
 
+    def __init__(self, input_size, layers, heads, version="5_1_0", channels=3):
+        self.input_size = input_size if isinstance(input_size, tuple) else (input_size, input_size)
+        self.layers, self.heads, self.version, self.channels = layers, heads, version, channels
+
+
+_FACE_48 = [
+    ("conv", "conv1", 32, 3, 2, "VALID"),
+    ("conv", "conv2", 48, 3, 1, "VALID"),
+    ("conv", "conv3", 64, 3, 2, "VALID"),
+    ("conv", "conv4", 64, 3, 1, "VALID"),
+    ("conv", "conv5", 96, 3, 2, "VALID"),
+    ("dense", "fc", 256),
+]
 
 DEFINITIONS = {
     # Every convolution but the last is VALID, so that output cell (r, c) is centred on pixel (12 + 4c, 12 + 4r), the
@@ -36,14 +49,38 @@ DEFINITIONS = {
         ("conv", "conv3", 64, 3, 2, "VALID"),
         ("dense", "fc", 112),
     ], [("cls_fc", 2, "softmax"), ("bbox_fc", 4, "dense")]),
-    "FaceDetectO": Definition(48, [
-        ("conv", "conv1", 32, 3, 2, "VALID"),
-        ("conv", "conv2", 48, 3, 1, "VALID"),
-        ("conv", "conv3", 64, 3, 2, "VALID"),
+    "FaceDetectO": Definition(48, _FACE_48, [("cls_fc", 2, "softmax"), ("bbox_fc", 4, "dense"), ("landmark_fc", 10, "dense")]),
+    # Both look at the whole face in 48 x 48 as FaceDetectO does, so they have its layers and start from its weights.
+    "FaceMaskAlign": Definition(48, _FACE_48, [("landmark_fc", 4, "dense")]),
+    "FaceMaskDetect": Definition(48, _FACE_48, [("mask_fc", 2, "last")]),
+    # Blur shows in neighbouring pixels only, and there are few of them: the first layer keeps every one.
+    "FaceQuality": Definition(24, [
+        ("conv", "conv1", 20, 3, 1, "VALID"),
+        ("conv", "conv2", 32, 3, 2, "VALID"),
+        ("conv", "conv3", 48, 3, 1, "VALID"),
+        ("conv", "conv4", 64, 3, 2, "VALID"),
+        ("dense", "fc", 88),
+    ], [("softmax", 2, "softmax")], version="5_0_0"),
+    "LiveDetect_RGB": Definition(112, [
+        ("conv", "conv1", 20, 4, 2, "VALID"),
+        ("conv", "conv2", 28, 3, 2, "VALID"),
+        ("conv", "conv3", 36, 3, 1, "VALID"),
+        ("conv", "conv4", 44, 3, 2, "VALID"),
+        ("conv", "conv5", 48, 3, 1, "VALID"),
+        ("conv", "conv6", 56, 3, 2, "VALID"),
+        ("conv", "conv7", 56, 3, 1, "VALID"),
+        ("dense", "fc", 48),
+    ], [("live_fc", 2, "last")], version="5_0_0"),
+    # One channel: the engine hands over the grey part of the crop with eyes and nose.
+    "LiveDetect_NIR": Definition((64, 80), [
+        ("conv", "conv1", 16, 4, 2, "VALID"),
+        ("conv", "conv2", 32, 3, 1, "VALID"),
+        ("conv", "conv3", 48, 3, 2, "VALID"),
         ("conv", "conv4", 64, 3, 1, "VALID"),
         ("conv", "conv5", 96, 3, 2, "VALID"),
-        ("dense", "fc", 256),
-    ], [("cls_fc", 2, "softmax"), ("bbox_fc", 4, "dense"), ("landmark_fc", 10, "dense")]),
+        ("conv", "conv6", 96, 3, 1, "VALID"),
+        ("dense", "fc", 128),
+    ], [("live_fc", 2, "last")], channels=1),
 }
 
 
@@ -58,17 +95,17 @@ class Network(nn.Module):
         super().__init__()
         self.definition = DEFINITIONS[name]
         self.blocks = nn.ModuleDict()
-        channels, size, flat = 3, self.definition.input_size, False
+        channels, size, flat = self.definition.channels, self.definition.input_size, False
         for layer in self.definition.layers:
             if layer[0] == "conv":
                 _, block, out, kernel, stride, padding = layer
                 pad = (kernel - 1) // 2 if padding == "SAME" else 0
                 self.blocks[block] = nn.Sequential(nn.Conv2d(channels, out, kernel, stride, pad, bias=False),
                                                    nn.BatchNorm2d(out), nn.PReLU(out, 0.25))
-                channels, size = out, (size + 2 * pad - kernel) // stride + 1
+                channels, size = out, tuple((s + 2 * pad - kernel) // stride + 1 for s in size)
             else:
                 _, block, out = layer
-                inputs = channels if flat else channels * size * size
+                inputs = channels if flat else channels * size[0] * size[1]
                 self.blocks[block] = nn.Sequential(nn.Linear(inputs, out, bias=False), nn.BatchNorm1d(out), nn.PReLU(out, 0.25))
                 channels, flat = out, True
         self.map_size = size
@@ -76,7 +113,8 @@ class Network(nn.Module):
         # are measured in hundredths, stay in single precision.
         self.bfloat16 = False
         self.heads = nn.ModuleDict({
-            head: nn.Conv2d(channels, out, 1) if kind == "conv" else nn.Linear(channels if flat else channels * size * size, out)
+            head: nn.Conv2d(channels, out, 1) if kind == "conv"
+            else nn.Linear(channels if flat else channels * size[0] * size[1], out)
             for head, out, kind in self.definition.heads})
 
     def forward(self, x):
@@ -103,14 +141,14 @@ def export(network, logit_shift=None):
     network.eval()
     g = graphdef.GraphWriter()
     x = g.placeholder("input_image")
-    channels, flat = 3, False
+    channels, flat = network.definition.channels, False
 
     def dense_weight(weight):
         # The reader keeps its maps as height, width, channel where they are flattened; torch as channel, height, width.
         if flat:
             return weight
-        s = network.map_size
-        return np.ascontiguousarray(weight.reshape(-1, channels, s, s).transpose(0, 2, 3, 1).reshape(weight.shape[0], -1))
+        maps = weight.reshape(-1, channels, *network.map_size)
+        return np.ascontiguousarray(maps.transpose(0, 2, 3, 1).reshape(weight.shape[0], -1))
 
     for layer in network.definition.layers:
         linear, norm, prelu = network.blocks[layer[1]]
@@ -133,16 +171,21 @@ def export(network, logit_shift=None):
             g.conv(head, x, weight, bias, 1, "VALID")
         else:
             y = g.dense(head, x, dense_weight(weight), bias)
-            if kind == "softmax":
-                g.softmax(f"{head}/Softmax", y)
+            if kind in SOFTMAX:
+                g.softmax(_output_name(head, kind), y)
     return g.tobytes()
 
 
+SOFTMAX = ("softmax", "last")
 OUTPUT_SUFFIX = {"conv": "Conv2D", "dense": "MatMul", "softmax": "Softmax"}
 
 
+def _output_name(head, kind):
+    return "Softmax" if kind == "last" else f"{head}/{OUTPUT_SUFFIX[kind]}"
+
+
 def output_names(name):
-    return [f"{head}/{OUTPUT_SUFFIX[kind]}" for head, _, kind in DEFINITIONS[name].heads]
+    return [_output_name(head, kind) for head, _, kind in DEFINITIONS[name].heads]
 
 
 def check_export(name, network, data, logit_shift=None, sizes=None):
@@ -150,19 +193,26 @@ def check_export(name, network, data, logit_shift=None, sizes=None):
     import cv2
     reader = cv2.dnn.readNetFromTensorflow(np.frombuffer(data, np.uint8))
     rng, worst = np.random.default_rng(7), 0.0
-    side = network.definition.input_size
-    for batch, h, w in sizes or [(3, side, side), (1, side, side)]:
-        x = rng.uniform(-1, 1, (batch, 3, h, w)).astype(np.float32)
+    side, kinds = network.definition.input_size, [kind for _, _, kind in network.definition.heads]
+    for batch, h, w in sizes or [(3, *side), (1, *side)]:
+        x = rng.uniform(-1, 1, (batch, network.definition.channels, h, w)).astype(np.float32)
         reader.setInput(x, "input_image")
         got = reader.forward(output_names(name))
+        if "last" in kinds:
+            # Without names, as the liveness engines ask.
+            reader.setInput(x, "")
+            got = list(got) + [reader.forward()]
         network.eval()
         with torch.no_grad():
             want = network(torch.from_numpy(x))
-        for (head, _, kind), a, b in zip(network.definition.heads, got, want):
+        heads = network.definition.heads
+        if "last" in kinds:
+            heads, want = heads + heads[-1:], want + want[-1:]
+        for (head, _, kind), a, b in zip(heads, got, want):
             if logit_shift and head in logit_shift:
                 b = b.clone()
                 b[:, 1::2] += logit_shift[head]
-            b = (torch.softmax(b, 1) if kind == "softmax" else b).numpy()
+            b = (torch.softmax(b, 1) if kind in SOFTMAX else b).numpy()
             if a.shape != b.shape:
                 raise RuntimeError(f"{name} {head}: shape {a.shape}, expected {b.shape}")
             worst = max(worst, float(np.abs(a - b).max() / max(np.abs(b).max(), 1e-6)))

@@ -62,7 +62,7 @@ def train(args, network):
     print(f"boxes: {kinds[0]} background, {kinds[1]} part, {kinds[2]} face; {len(faces)} aligned faces; "
           f"{correction.pairs} pairs for the point correction", flush=True)
     run = running.Run(args, network, steps=args.steps or steps, rate=args.rate or rate)
-    data = refinement.Crops(train_photos, faces, rows, network.definition.input_size, args.seed + run.step, correction)
+    data = refinement.Crops(train_photos, faces, rows, network.definition.input_size[0], args.seed + run.step, correction)
     loader = torch.utils.data.DataLoader(data, batch_size=128, num_workers=args.workers)
     for (images, labels, boxes, points, weights), schedule in run.over(loader):
         network.bfloat16 = not args.single and run.step < 0.85 * run.steps
