@@ -87,8 +87,8 @@ public:
     static char* vdMyStrcpy(char* dst, const char* src);
 
     /**
-     * Finds the faces of a frame, largest first: box, key points 0 to 4, keyPointNum and eyeDistance of each record are
-     * written. With the two-point landmark engine, key points 5 and 6 follow.
+     * Finds the faces of a frame, largest first: box, key points 0 to 6, keyPointNum (5) and eyeDistance of each record
+     * are written.
      * @param image    the pixels
      * @param width    image width in pixels
      * @param height   image height in pixels
@@ -104,12 +104,22 @@ public:
      * gives it back with the operation below. path is not used. */
     ///@{
     static MTCNN* InitFaceDetectorEngine(char* path, int* error);
+    static QUALITYEVALUATION* InitFaceQualityEngine(char* path, int* error);
+    static vdSpoofDetection* InitLivenessDetectorEngine(char* path, int* error);
+    static vdFaceMask* InitFaceMaskEngine(char* path, int* error);
+    static vdFaceLandmark* InitFaceLandmarkEngine(char* path, int* error);
+    static OnetLandmark* InitOnetLandmarkEngine(char* path, int* error);
     ///@}
 
     /** @name Release of the engines
      * A null pointer is accepted and ignored. @return always 0 */
     ///@{
     static int FreeFaceDetectorEngine(MTCNN* engine);
+    static int FreeQualityEngine(QUALITYEVALUATION* engine);
+    static int FreeLivenessDetectorEngine(vdSpoofDetection* engine);
+    static int FreeMaskEngine(vdFaceMask* engine);
+    static int FreeLandmarkEngine(vdFaceLandmark* engine);
+    static int FreeOnetLandmarkEngine(OnetLandmark* engine);
     ///@}
 };
 

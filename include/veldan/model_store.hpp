@@ -53,5 +53,15 @@ VELDAN_NETWORK_ACCESSORS(VELDAN_V5_1_0_FaceDetectP);
 VELDAN_NETWORK_ACCESSORS(VELDAN_V5_1_0_FaceDetectR);
 /** Output network of the detector (TensorFlow GraphDef). */
 VELDAN_NETWORK_ACCESSORS(VELDAN_V5_1_0_FaceDetectO);
+/** Learned quality (TensorFlow GraphDef). */
+VELDAN_NETWORK_ACCESSORS(VELDAN_V5_0_0_FaceQuality);
+/** Liveness under visible light (TensorFlow GraphDef). */
+VELDAN_NETWORK_ACCESSORS(VELDAN_V5_0_0_LiveDetect_RGB);
+/** Liveness under near-infrared light (TensorFlow GraphDef). */
+VELDAN_NETWORK_ACCESSORS(VELDAN_V5_1_0_LiveDetect_NIR);
+/** Mask classifier (TensorFlow GraphDef). */
+VELDAN_NETWORK_ACCESSORS(VELDAN_V5_1_0_FaceMaskDetect);
+/** Two-point landmarks (TensorFlow GraphDef). */
+VELDAN_NETWORK_ACCESSORS(VELDAN_V5_1_0_FaceMaskAlign);
 
 #endif
