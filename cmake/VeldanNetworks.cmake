@@ -4,6 +4,11 @@ set(VELDAN_NETWORKS
     VELDAN_V5_1_0_FaceDetectP.pb
     VELDAN_V5_1_0_FaceDetectR.pb
     VELDAN_V5_1_0_FaceDetectO.pb
+    VELDAN_V5_0_0_FaceQuality.pb
+    VELDAN_V5_0_0_LiveDetect_RGB.pb
+    VELDAN_V5_1_0_LiveDetect_NIR.pb
+    VELDAN_V5_1_0_FaceMaskDetect.pb
+    VELDAN_V5_1_0_FaceMaskAlign.pb
 )
 
 # veldan_embed_networks(target folder networks...) adds one generated unit per network to the target. A unit is made anew

@@ -21,7 +21,7 @@ struct EngineAccess;
  * The square crop of get_crop() in <veldan/face_mask.hpp>, and the square itself.
  * @param rect  receives the square. When it leaves the image, the crop is cut out of a copy of the image with a border
  *              around it, and the square is given in pixels of that copy, on purpose: shifted to the right and down by
- *              the border's width.
+ *              the border's width. What an int cannot hold becomes the nearest int.
  * @return always 0
  */
 VELDAN_API int get_crop_landmark(cv::Mat img, int x, int y, int w, int h, int size, cv::Mat& out, cv::Rect& rect);

@@ -19,6 +19,9 @@ struct EngineAccess;
 /**
  * Cuts the square about a box, black where it leaves the image, and resizes it. The square has the box's longer side
  * and its centre, up to half a pixel.
+ *
+ * A square that leaves the image costs a bordered copy of the whole image. When img is a view into a larger image, that
+ * border shows what surrounds the view.
  * @param img   the image, with 8-bit channels
  * @param x     left edge of the box
  * @param y     top edge
@@ -27,8 +30,8 @@ struct EngineAccess;
  * @param size  side of the crop in pixels
  * @param out   receives the crop
  * @return always 0
- * @throws cv::Exception when the image is empty, the longer side is not positive, or the square leaves the image and
- *         its side is above 16384
+ * @throws cv::Exception when the image is empty, the longer side or size is not positive, or the square leaves the
+ *         image and has more than 1 GiB of pixels
  */
 VELDAN_API int get_crop(cv::Mat img, int x, int y, int w, int h, int size, cv::Mat& out);
 

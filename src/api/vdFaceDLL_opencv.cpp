@@ -1,7 +1,12 @@
 #include <veldan/face_api.h>
+#include <veldan/face_landmark.hpp>
+#include <veldan/face_mask.hpp>
 #include <veldan/instance.hpp>
 #include <veldan/mtcnn.hpp>
+#include <veldan/onet_landmark.hpp>
+#include <veldan/quality_evaluation.hpp>
 #include <veldan/result_codes.h>
+#include <veldan/spoof_detection.hpp>
 
 #include <algorithm>
 #include <cstddef>
@@ -55,6 +60,22 @@ T* allocateZeroed(std::size_t count) {
     return static_cast<T*>(memory);
 }
 
+// The engine comes back also when its network did not load: who asked for it releases it.
+template <class Engine>
+Engine* createEngine(int (Engine::*load)(char*), char* path, int* error) {
+    auto engine = std::make_unique<Engine>();
+    const int result = (engine.get()->*load)(path);
+    if (error != nullptr)
+        *error = result;
+    return engine.release();
+}
+
+template <class Engine>
+int freeEngine(Engine* engine) {
+    delete engine;
+    return VD_OK;
+}
+
 } // namespace
 
 int VdFaceAPI::vdInitAlg(char* path, int /*mode*/, int capacity_) {
@@ -81,7 +102,9 @@ int VdFaceAPI::vdInitAlg(char* path, int /*mode*/, int capacity_) {
     };
     // The order is fixed: detector, quality, recognizer, liveness, mask, two-point landmark, masked recognizer,
     // landmark refinement. The last two are deliberately not in the order of their slots.
-    const bool loaded = load(faceDetector, InitFaceDetectorEngine);
+    const bool loaded = load(faceDetector, InitFaceDetectorEngine) && load(faceQuality, InitFaceQualityEngine) &&
+                        load(livenessDetector, InitLivenessDetectorEngine) && load(faceMask, InitFaceMaskEngine) &&
+                        load(faceLandmark, InitFaceLandmarkEngine) && load(onetLandmark, InitOnetLandmarkEngine);
     if (!loaded) {
         vdFreeAlg();
         return error;
@@ -102,6 +125,11 @@ int VdFaceAPI::vdFreeAlg() {
     };
     // Slot order, except that the masked recognizer (slot 7) goes before the landmark refinement (slot 6).
     release(faceDetector, FreeFaceDetectorEngine);
+    release(faceQuality, FreeQualityEngine);
+    release(livenessDetector, FreeLivenessDetectorEngine);
+    release(faceMask, FreeMaskEngine);
+    release(faceLandmark, FreeLandmarkEngine);
+    release(onetLandmark, FreeOnetLandmarkEngine);
 
     if (searchHistory != nullptr) {
         for (std::size_t row = 0; row < historyRows; ++row) {
@@ -139,6 +167,8 @@ int VdFaceAPI::vdDetectFace(unsigned char* image, int width, int height, int* fa
         return VD_ERR_NO_FACE;
     if (faceDetector->mtcnnFaceDetect(image, width, height, faceNum, faces) != 0)
         return VD_ERR_NO_FACE;
+    if (faceLandmark == nullptr || faceLandmark->landmarkEvaluation(image, width, height, *faceNum, faces) != 0)
+        return VD_ERR_LANDMARK;
     return VD_OK;
 }
 
@@ -162,4 +192,44 @@ int VdFaceAPI::FreeFaceDetectorEngine(MTCNN* engine) {
         ::operator delete(engine);
     }
     return VD_OK;
+}
+
+QUALITYEVALUATION* VdFaceAPI::InitFaceQualityEngine(char* path, int* error) {
+    return createEngine(&QUALITYEVALUATION::mqInitAlg, path, error);
+}
+
+int VdFaceAPI::FreeQualityEngine(QUALITYEVALUATION* engine) {
+    return freeEngine(engine);
+}
+
+vdSpoofDetection* VdFaceAPI::InitLivenessDetectorEngine(char* path, int* error) {
+    return createEngine(&vdSpoofDetection::vdSpoofInitAlg, path, error);
+}
+
+int VdFaceAPI::FreeLivenessDetectorEngine(vdSpoofDetection* engine) {
+    return freeEngine(engine);
+}
+
+vdFaceMask* VdFaceAPI::InitFaceMaskEngine(char* path, int* error) {
+    return createEngine(&vdFaceMask::maskInitAlg, path, error);
+}
+
+int VdFaceAPI::FreeMaskEngine(vdFaceMask* engine) {
+    return freeEngine(engine);
+}
+
+vdFaceLandmark* VdFaceAPI::InitFaceLandmarkEngine(char* path, int* error) {
+    return createEngine(&vdFaceLandmark::landmarkInitAlg, path, error);
+}
+
+int VdFaceAPI::FreeLandmarkEngine(vdFaceLandmark* engine) {
+    return freeEngine(engine);
+}
+
+OnetLandmark* VdFaceAPI::InitOnetLandmarkEngine(char* path, int* error) {
+    return createEngine(&OnetLandmark::mOnetInitAlg, path, error);
+}
+
+int VdFaceAPI::FreeOnetLandmarkEngine(OnetLandmark* engine) {
+    return freeEngine(engine);
 }

@@ -2,6 +2,7 @@
 #include "detect/workspace.hpp"
 #include "models/data_size.hpp"
 #include "models/network_loader.hpp"
+#include "models/truncation.hpp"
 
 #include <veldan/model_store.hpp>
 #include <veldan/mtcnn.hpp>
@@ -21,6 +22,7 @@ namespace {
 
 using veldan::StageTimer;
 using veldan::StageTimes;
+using veldan::truncate;
 
 constexpr float proposalOverlap = 0.7F;
 constexpr float refinedOverlap = 0.7F;
@@ -31,17 +33,6 @@ const std::vector<cv::String> outputOutputs = {"cls_fc/Softmax", "bbox_fc/MatMul
 
 bool isImage(const cv::Mat& img) {
     return !img.empty() && img.dims == 2 && img.type() == CV_8UC3;
-}
-
-// Truncation toward zero that is defined for every value.
-int truncate(float value) {
-    if (std::isnan(value))
-        return 0;
-    if (value >= static_cast<float>(std::numeric_limits<int>::max()))
-        return std::numeric_limits<int>::max();
-    if (value <= static_cast<float>(std::numeric_limits<int>::min()))
-        return std::numeric_limits<int>::min();
-    return static_cast<int>(value);
 }
 
 bool areFinite(const float* values, int count) {
@@ -60,29 +51,6 @@ cv::Mat blobOver(std::vector<float>& memory, std::size_t images, cv::Size size) 
     if (memory.size() < samples)
         memory.resize(samples);
     return {4, shape, CV_32F, memory.data()};
-}
-
-// The first pass through a network pays for its set-up; this spares the first frame from it.
-void warmUp(cv::dnn::Net& net, int side) {
-    const cv::Mat image = cv::Mat::zeros(side, side, CV_8UC3);
-    const cv::Mat blob = cv::dnn::blobFromImage(image, 1.0, cv::Size(), cv::Scalar(), false, false, CV_32F);
-    net.setInput(blob, "input_image", 1.0, cv::Scalar());
-    net.forward();
-}
-
-int loadWarm(const std::vector<unsigned char>& bytes, cv::dnn::Net& net, int side) {
-    cv::dnn::Net loaded;
-    const int error = veldan::readTensorflowNet(bytes, loaded);
-    if (error != VD_OK)
-        return error;
-    try {
-        warmUp(loaded, side);
-    } catch (const cv::Exception&) {
-        // Still part of loading: a file can be well-formed and yet not be a network for this input.
-        return VD_ERR_NETWORK;
-    }
-    net = loaded;
-    return VD_OK;
 }
 
 } // namespace
@@ -119,11 +87,11 @@ int veldan::DetectorAccess::loadProposalNet(MTCNN& detector, std::vector<unsigne
 }
 
 int veldan::DetectorAccess::loadRefinementNet(MTCNN& detector, const std::vector<unsigned char>& bytes) {
-    return loadWarm(bytes, detector.rnet, 24);
+    return readWarmTensorflowNet(bytes, 24, detector.rnet);
 }
 
 int veldan::DetectorAccess::loadOutputNet(MTCNN& detector, const std::vector<unsigned char>& bytes) {
-    return loadWarm(bytes, detector.onet, 48);
+    return readWarmTensorflowNet(bytes, 48, detector.onet);
 }
 
 MTCNN::MTCNN()

@@ -35,6 +35,24 @@ int readTensorflowNet(const std::vector<unsigned char>& bytes, cv::dnn::Net& net
     return VD_OK;
 }
 
+int readWarmTensorflowNet(const std::vector<unsigned char>& bytes, int side, cv::dnn::Net& net) {
+    cv::dnn::Net loaded;
+    const int error = readTensorflowNet(bytes, loaded);
+    if (error != VD_OK)
+        return error;
+    try {
+        const cv::Mat image = cv::Mat::zeros(side, side, CV_8UC3);
+        const cv::Mat blob = cv::dnn::blobFromImage(image, 1.0, cv::Size(), cv::Scalar(), false, false, CV_32F);
+        loaded.setInput(blob, "input_image", 1.0, cv::Scalar());
+        loaded.forward();
+    } catch (const cv::Exception&) {
+        // Still part of loading: a file can be well-formed and yet not be a network for this input.
+        return VD_ERR_NETWORK;
+    }
+    net = loaded;
+    return VD_OK;
+}
+
 int loadTensorflowNet(NetworkLength length, NetworkData data, cv::dnn::Net& net) {
     std::vector<unsigned char> bytes;
     const int error = loadNetworkBytes(length, data, bytes);

@@ -17,6 +17,10 @@ int loadNetworkBytes(NetworkLength length, NetworkData data, std::vector<unsigne
 
 int readTensorflowNet(const std::vector<unsigned char>& bytes, cv::dnn::Net& net);
 
+// With one forward pass on a three-channel image of side x side pixels, so that the first face does not pay for the
+// network's set-up.
+int readWarmTensorflowNet(const std::vector<unsigned char>& bytes, int side, cv::dnn::Net& net);
+
 int loadTensorflowNet(NetworkLength length, NetworkData data, cv::dnn::Net& net);
 
 } // namespace veldan

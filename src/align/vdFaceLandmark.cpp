@@ -1,0 +1,66 @@
+#include "align/square_crop.hpp"
+#include "models/data_size.hpp"
+#include "models/evaluation.hpp"
+#include "models/network_loader.hpp"
+#include "models/truncation.hpp"
+
+#include <veldan/face_landmark.hpp>
+#include <veldan/model_store.hpp>
+#include <veldan/result_codes.h>
+
+namespace {
+
+constexpr int inputSide = 48;
+constexpr int firstPoint = 5;
+
+} // namespace
+
+// By value: the signature is fixed.
+int get_crop_landmark(cv::Mat img, int x, int y, int w, int h, int size, cv::Mat& out, // NOLINT(performance-*)
+                      cv::Rect& rect) {
+    rect = veldan::cropSquare(img, x, y, w, h, size, out);
+    return VD_OK;
+}
+
+vdFaceLandmark::vdFaceLandmark() = default;
+vdFaceLandmark::~vdFaceLandmark() = default;
+
+int vdFaceLandmark::landmarkInitAlg(char* /*path*/) {
+    return veldan::loadTensorflowNet(length_VELDAN_V5_1_0_FaceMaskAlign, data_VELDAN_V5_1_0_FaceMaskAlign, net);
+}
+
+int vdFaceLandmark::landmarkEvaluation(unsigned char* image, int width, int height, int faceNum, VDFACEINFOEX* faces) {
+    if (faceNum <= 0)
+        return VD_OK;
+    if (!veldan::canEvaluate(net, image, width, height, faces))
+        return veldan::evaluationRefused;
+
+    const cv::Mat frame = veldan::wrapImage(image, width, height);
+    cv::Mat crop;
+    cv::Rect rect;
+    for (int i = 0; i < faceNum; ++i) {
+        VDFACEINFOEX& face = faces[i];
+        get_crop_landmark(frame, face.x, face.y, face.width, face.height, inputSide, crop, rect);
+        net.setInput(veldan::inputBlob(crop), "input_image", 1.0, cv::Scalar());
+        const cv::Mat output = net.forward("landmark_fc/MatMul");
+        const float* const point = veldan::outputValues(output, 4);
+        // In the pixels of the bordered image when the square left the image, and deliberately not shifted back.
+        const auto left = static_cast<float>(rect.x);
+        const auto top = static_cast<float>(rect.y);
+        const float w = static_cast<float>(rect.width) + 1;
+        const float h = static_cast<float>(rect.height) + 1;
+        for (int k = 0; k < 2; ++k) {
+            face.keyPointX[firstPoint + k] = veldan::truncate(left + point[2 * k] * w);
+            face.keyPointY[firstPoint + k] = veldan::truncate(top + point[2 * k + 1] * h);
+        }
+    }
+    return VD_OK;
+}
+
+int vdFaceLandmark::landmarkFreeAlg() {
+    return VD_OK;
+}
+
+int vdFaceLandmark::vdGetDataSize(char* path) {
+    return veldan::dataSize(path);
+}

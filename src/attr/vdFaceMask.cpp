@@ -1,0 +1,54 @@
+#include "align/square_crop.hpp"
+#include "models/data_size.hpp"
+#include "models/evaluation.hpp"
+#include "models/network_loader.hpp"
+#include "models/truncation.hpp"
+
+#include <veldan/face_mask.hpp>
+#include <veldan/model_store.hpp>
+#include <veldan/result_codes.h>
+
+namespace {
+
+constexpr int inputSide = 48;
+constexpr int maskedClass = 1;
+
+} // namespace
+
+// By value: the signature is fixed.
+int get_crop(cv::Mat img, int x, int y, int w, int h, int size, cv::Mat& out) { // NOLINT(performance-*)
+    veldan::cropSquare(img, x, y, w, h, size, out);
+    return VD_OK;
+}
+
+vdFaceMask::vdFaceMask() = default;
+vdFaceMask::~vdFaceMask() = default;
+
+int vdFaceMask::maskInitAlg(char* /*path*/) {
+    return veldan::loadTensorflowNet(length_VELDAN_V5_1_0_FaceMaskDetect, data_VELDAN_V5_1_0_FaceMaskDetect, net);
+}
+
+int vdFaceMask::maskEvaluation(unsigned char* image, int width, int height, int faceNum, VDFACEINFOEX* faces) {
+    if (faceNum <= 0)
+        return VD_OK;
+    if (!veldan::canEvaluate(net, image, width, height, faces))
+        return veldan::evaluationRefused;
+
+    const cv::Mat frame = veldan::wrapImage(image, width, height);
+    cv::Mat crop;
+    for (int i = 0; i < faceNum; ++i) {
+        get_crop(frame, faces[i].x, faces[i].y, faces[i].width, faces[i].height, inputSide, crop);
+        net.setInput(veldan::inputBlob(crop), "input_image", 1.0, cv::Scalar());
+        const cv::Mat output = net.forward("Softmax");
+        faces[i].maskScore = veldan::percent(veldan::outputValues(output, 2)[maskedClass]);
+    }
+    return VD_OK;
+}
+
+int vdFaceMask::maskFreeAlg() {
+    return VD_OK;
+}
+
+int vdFaceMask::vdGetDataSize(char* path) {
+    return veldan::dataSize(path);
+}

@@ -1,0 +1,68 @@
+#include "attr/clip.hpp"
+#include "models/data_size.hpp"
+#include "models/evaluation.hpp"
+#include "models/network_loader.hpp"
+#include "models/truncation.hpp"
+
+#include <veldan/model_store.hpp>
+#include <veldan/quality_evaluation.hpp>
+#include <veldan/result_codes.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+
+namespace {
+
+constexpr int inputSide = 24;
+constexpr int goodClass = 1;
+
+} // namespace
+
+QUALITYEVALUATION::QUALITYEVALUATION() = default;
+QUALITYEVALUATION::~QUALITYEVALUATION() = default;
+
+int QUALITYEVALUATION::mqInitAlg(char* /*path*/) {
+    return veldan::loadTensorflowNet(length_VELDAN_V5_0_0_FaceQuality, data_VELDAN_V5_0_0_FaceQuality, net);
+}
+
+int QUALITYEVALUATION::mqQualityEvaluation(unsigned char* image, int width, int height, int faceCount,
+                                           VDFACEINFOEX* faces) {
+    if (faceCount <= 0)
+        return VD_OK;
+    if (!veldan::canEvaluate(net, image, width, height, faces))
+        return veldan::evaluationRefused;
+
+    const cv::Mat frame = veldan::wrapImage(image, width, height);
+    for (int i = 0; i < faceCount; ++i) {
+        VDFACEINFOEX& face = faces[i];
+        // The definition is one of 32-bit integers; wider ones give the same wherever those do not overflow.
+        const std::int64_t side = std::max(face.width, face.height);
+        const int cx = np_round(static_cast<float>(face.x + (face.width - side) / 2));
+        const int cy = np_round(static_cast<float>(face.y + (face.height - side) / 2));
+        // Clipped, not padded, and stretched to the network's square: unlike the other engines' crops, on purpose. An
+        // empty crop raises OpenCV's exception.
+        const cv::Mat crop = frame(veldan::clip(cx, cy, side, side, frame.size()));
+        net.setInput(veldan::inputBlob(crop, cv::Size(inputSide, inputSide)), "input_image", 1.0, cv::Scalar());
+        const cv::Mat output = net.forward("softmax/Softmax");
+        face.quality = veldan::percent(veldan::outputValues(output, 2)[goodClass]);
+    }
+    return VD_OK;
+}
+
+int QUALITYEVALUATION::mqFreeAlg() {
+    return VD_OK;
+}
+
+int QUALITYEVALUATION::vdGetDataSize(char* path) {
+    return veldan::dataSize(path);
+}
+
+int QUALITYEVALUATION::np_round(float value) {
+    const int whole = veldan::truncate(value);
+    // Halves below zero are never found here, since the truncation lies above them; they go away from zero. Only those
+    // above zero go to the even neighbour. On purpose.
+    if (static_cast<double>(value) == whole + 0.5)
+        return whole % 2 == 0 ? whole : veldan::truncate(2 * value - static_cast<float>(whole));
+    return veldan::truncate(std::round(value));
+}

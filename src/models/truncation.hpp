@@ -1,0 +1,29 @@
+#ifndef VELDAN_MODELS_TRUNCATION_HPP
+#define VELDAN_MODELS_TRUNCATION_HPP
+
+#include <cmath>
+#include <limits>
+
+namespace veldan {
+
+// Truncation toward zero that is defined for every value: what an int cannot hold becomes the nearest int, a value that
+// is no number 0.
+inline int truncate(float value) {
+    if (std::isnan(value))
+        return 0;
+    if (value >= static_cast<float>(std::numeric_limits<int>::max()))
+        return std::numeric_limits<int>::max();
+    if (value <= static_cast<float>(std::numeric_limits<int>::min()))
+        return std::numeric_limits<int>::min();
+    return static_cast<int>(value);
+}
+
+// A probability as the scores of a record give it. The product is one of single precision, and cut off: 1 is the only
+// probability that gives 100.
+inline int percent(float probability) {
+    return truncate(100.0F * probability);
+}
+
+} // namespace veldan
+
+#endif
