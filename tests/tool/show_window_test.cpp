@@ -101,13 +101,15 @@ public:
             return;
         // The server picks a free number and tells it through the pipe.
         const std::string readyEnd = std::to_string(ready[1]), folder = folder_;
-        std::array<const char*, 11> arguments = {"Xvfb",      "-displayfd",  readyEnd.c_str(), "-screen",
+        // It ends with its last client, also where this process does not come to its destructor.
+        std::array<const char*, 12> arguments = {"Xvfb",      "-displayfd",  readyEnd.c_str(), "-screen",
                                                  "0",         "2400x400x24", "-fbdir",         folder.c_str(),
-                                                 "-nolisten", "tcp",         nullptr};
+                                                 "-nolisten", "tcp",         "-terminate",     nullptr};
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addclose(&actions, ready[0]);
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+        for (const int stream : {STDOUT_FILENO, STDERR_FILENO})
+            posix_spawn_file_actions_addopen(&actions, stream, "/dev/null", O_WRONLY, 0);
         const bool started =
             posix_spawnp(&process_, "Xvfb", &actions, nullptr, const_cast<char**>(arguments.data()), environ) == 0;
         posix_spawn_file_actions_destroy(&actions);
