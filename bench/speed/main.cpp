@@ -1,4 +1,4 @@
-// Measures the speed of detection, one thread. See bench/README.md.
+// Measures the speed of detection and of the engines that judge a face, one thread. See bench/README.md.
 
 #include "options.hpp"
 
@@ -36,6 +36,7 @@ int main(int argc, char** argv) {
     benchmark::AddCustomContext("threads of OpenCV", std::to_string(cv::getNumThreads()));
     try {
         registerDetectorBenchmarks(options);
+        registerEngineBenchmarks(options);
         registerSuppressionBenchmarks();
         registerStoreBenchmarks();
         registerYuNetBenchmarks(options);

@@ -10,6 +10,7 @@ struct BenchOptions {
 };
 
 void registerDetectorBenchmarks(const BenchOptions& options);
+void registerEngineBenchmarks(const BenchOptions& options);
 void registerSuppressionBenchmarks();
 void registerStoreBenchmarks();
 void registerYuNetBenchmarks(const BenchOptions& options);
