@@ -50,8 +50,9 @@ def label(faces, certain, grid):
         u, s = iou[:, usable], squares[usable]
         best = u.argmax(1)
         value = u[np.arange(len(grid)), best]
-        labels[value > 0.32] = -1
-        positive = value >= 0.52
+        # A narrow band is ignored: every anchor that may fire costs the refinement network a crop.
+        labels[value > 0.45] = -1
+        positive = value >= 0.58
         for k in range(len(s)):
             # Where no anchor fits (a face cut by the picture's edge, a level with few cells) the nearest ones stand in.
             top = u[:, k].max()
