@@ -1,7 +1,7 @@
 #ifndef VELDAN_TESTS_DETECT_NETWORKS_HPP
 #define VELDAN_TESTS_DETECT_NETWORKS_HPP
 
-#include "detect/graph_writer.hpp"
+#include "support/graph_writer.hpp"
 
 #include <array>
 #include <random>

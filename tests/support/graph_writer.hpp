@@ -1,12 +1,12 @@
-#ifndef VELDAN_TESTS_DETECT_GRAPH_WRITER_HPP
-#define VELDAN_TESTS_DETECT_GRAPH_WRITER_HPP
+#ifndef VELDAN_TESTS_SUPPORT_GRAPH_WRITER_HPP
+#define VELDAN_TESTS_SUPPORT_GRAPH_WRITER_HPP
 
 #include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
 
-// Writes small TensorFlow GraphDef files, so that a test can give the detector networks whose answers it knows.
+// Writes small TensorFlow GraphDef files, so that a test can give an engine networks whose answers it knows.
 class GraphWriter {
 public:
     GraphWriter() { node("input_image", "Placeholder", {}, {{"dtype", dataType(1)}}); }
@@ -42,6 +42,8 @@ public:
     void softmax(const std::string& name, const std::string& input) {
         node(name, "Softmax", {input}, {{"T", dataType(1)}});
     }
+
+    void relu(const std::string& name, const std::string& input) { node(name, "Relu", {input}, {{"T", dataType(1)}}); }
 
     std::vector<unsigned char> bytes() const { return {graph.begin(), graph.end()}; }
 
