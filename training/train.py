@@ -1,15 +1,20 @@
 #!/usr/bin/env python3
 """Trains one of the networks: training/train.py NAME --data FOLDER. See training/README.md."""
 import argparse
+import importlib
 import os
 import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
+TRAINERS = {"FaceDetectP": "train_proposals", "FaceDetectR": "train_refinement", "FaceDetectO": "train_refinement",
+            "FaceMaskAlign": "train_mask_align", "FaceMaskDetect": "train_mask_detect", "FaceQuality": "train_quality",
+            "LiveDetect_RGB": "train_liveness", "LiveDetect_NIR": "train_liveness"}
+
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("network", choices=["FaceDetectP", "FaceDetectR", "FaceDetectO"])
+    parser.add_argument("network", choices=list(TRAINERS))
     parser.add_argument("--data", required=True, help="folder with photos/ and faces/")
     parser.add_argument("--work", default="training/work", help="folder for checkpoints (default: %(default)s)")
     parser.add_argument("--steps", type=int, help="length of the schedule (default: the network's own)")
@@ -21,6 +26,8 @@ def main():
     parser.add_argument("--single", action="store_true", help="single precision throughout, for processors without bfloat16")
     parser.add_argument("--fresh", action="store_true", help="ignore a checkpoint of an earlier run")
     parser.add_argument("--models", help="folder that the finished network file is also written to, e.g. models")
+    parser.add_argument("--networks", default="models", help="folder of the finished FaceDetect files, for data that the detector "
+                                                              "prepares (default: %(default)s)")
     parser.add_argument("--answers", help="folder for the answers that the library's test compares, e.g. tests/data/networks")
     parser.add_argument("--score", type=float, help="uncalibrated score that becomes the library's threshold "
                                                     "(default: chosen on the development photos)")
@@ -30,17 +37,14 @@ def main():
     from veldan_training import exporting, networks
     torch.set_num_threads(args.threads)
     torch.manual_seed(args.seed)
-    if args.network == "FaceDetectP":
-        from veldan_training import train_proposals as trainer
-    else:
-        from veldan_training import train_refinement as trainer
+    trainer = importlib.import_module(f"veldan_training.{TRAINERS[args.network]}")
     network = networks.Network(args.network)
     if args.export_only:
         network.load_state_dict(torch.load(os.path.join(args.work, f"{args.network}.checkpoint"))["network"])
         network.eval()
     else:
         trainer.train(args, network)
-    exporting.write(args, network)
+    exporting.write(args, network, trainer)
 
 
 if __name__ == "__main__":

@@ -7,8 +7,11 @@ import torch
 
 from . import calibration, cascade, networks, photos
 
-SCORE_HEAD = {"FaceDetectP": "conv5_1", "FaceDetectR": "cls_fc", "FaceDetectO": "cls_fc"}
-LIBRARY_THRESHOLD = {"FaceDetectP": cascade.PROPOSAL, "FaceDetectR": cascade.REFINE, "FaceDetectO": cascade.OUTPUT}
+SCORE_HEAD = {"FaceDetectP": "conv5_1", "FaceDetectR": "cls_fc", "FaceDetectO": "cls_fc", "FaceMaskDetect": "mask_fc",
+              "LiveDetect_RGB": "live_fc", "LiveDetect_NIR": "live_fc"}
+# What the library, or for liveness its documentation, compares the second class's probability with.
+LIBRARY_THRESHOLD = {"FaceDetectP": cascade.PROPOSAL, "FaceDetectR": cascade.REFINE, "FaceDetectO": cascade.OUTPUT,
+                     "FaceMaskDetect": 0.41, "LiveDetect_RGB": 0.5, "LiveDetect_NIR": 0.5}
 
 
 def read(folder, name):
@@ -16,8 +19,13 @@ def read(folder, name):
         return f.read()
 
 
-def operating_score(args, network):
+def operating_score(args, network, trainer):
     """The uncalibrated score that is to become the library's threshold, from the development photos."""
+    if hasattr(trainer, "operating_score"):
+        score = trainer.operating_score(args, network)
+        if args.score:
+            print(f"score {args.score} given instead of {score:.3f}")
+        return args.score or score
     development = photos.load(args.data, "train", subset="development")
     data = networks.export(network)
     if args.network == "FaceDetectP":
@@ -37,10 +45,14 @@ def operating_score(args, network):
     return score
 
 
-def write(args, network):
-    score = operating_score(args, network)
-    head = SCORE_HEAD[args.network]
-    shift = {head: np.float32(calibration.logit(LIBRARY_THRESHOLD[args.network]) - calibration.logit(score))}
+def write(args, network, trainer):
+    shift, moved = {}, "not calibrated"
+    if hasattr(trainer, "report"):
+        trainer.report(args, network)
+    if args.network in SCORE_HEAD:
+        score, wanted = operating_score(args, network, trainer), LIBRARY_THRESHOLD[args.network]
+        shift[SCORE_HEAD[args.network]] = np.float32(calibration.logit(wanted) - calibration.logit(score))
+        moved = f"score {score:.3f} moved to {wanted}"
     data = networks.export(network, shift)
     sizes = [(1, 24, 24), (1, 128, 171), (1, 26, 34)] if args.network == "FaceDetectP" else None
     error = networks.check_export(args.network, network, data, shift, sizes)
@@ -48,8 +60,8 @@ def write(args, network):
         os.makedirs(folder, exist_ok=True)
         with open(os.path.join(folder, networks.file_name(args.network)), "wb") as f:
             f.write(data)
-    print(f"{networks.file_name(args.network)}: {len(data)} bytes, score {score:.3f} moved to "
-          f"{LIBRARY_THRESHOLD[args.network]}, largest difference from the trained network {error:.1e}")
+    print(f"{networks.file_name(args.network)}: {len(data)} bytes, {moved}, "
+          f"largest difference from the trained network {error:.1e}")
     if args.answers:
         _write_answers(args, network, shift)
 
