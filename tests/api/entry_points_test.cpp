@@ -100,8 +100,8 @@ TEST_F(Detect, WritesOnlyItsWords) {
     EXPECT_EQ(cv::norm(photo, before), 0) << "the image belongs to the caller";
     ASSERT_EQ(faceNum, 1);
 
-    // Key points 5 and 6 belong to the two-point landmark engine, which is not part of the instance yet.
-    constexpr int written[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 125, 126, 127, 128, 129, 249};
+    // Box, count, key points 0 to 6, eye distance.
+    constexpr int written[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 125, 126, 127, 128, 129, 130, 131, 249};
     std::vector<unsigned char> words(2 * sizeof(VDFACEINFOEX), 0xA5);
     for (const int word : written)
         std::memcpy(&words[static_cast<std::size_t>(word) * 4],

@@ -67,6 +67,11 @@ TEST_F(Instance, HistoryFollowsTheCapacity) {
         SCOPED_TRACE(asked);
         const auto instance = create(asked, asked % 2);
         EXPECT_NE(instance->faceDetector, nullptr);
+        EXPECT_NE(instance->faceQuality, nullptr);
+        EXPECT_NE(instance->livenessDetector, nullptr);
+        EXPECT_NE(instance->faceMask, nullptr);
+        EXPECT_NE(instance->faceLandmark, nullptr);
+        EXPECT_NE(instance->onetLandmark, nullptr);
         EXPECT_EQ(instance->capacity, expected);
         EXPECT_EQ(instance->currentFaceNum, 0);
         EXPECT_EQ(instance->previousFaceNum, 0);
@@ -96,13 +101,24 @@ TEST_F(Instance, FreeingTwiceIsHarmless) {
     EXPECT_EQ(instance->capacity, 6);
 }
 
-TEST_F(Instance, EngineOperations) {
-    EXPECT_EQ(VdFaceAPI::FreeFaceDetectorEngine(nullptr), 0);
+template <auto Init, auto Free>
+void expectOperations() {
+    EXPECT_EQ(Free(nullptr), 0);
     int error = -1;
-    MTCNN* const engine = VdFaceAPI::InitFaceDetectorEngine(nullptr, &error);
+    auto* const engine = Init(nullptr, &error);
     EXPECT_EQ(error, 0);
     ASSERT_NE(engine, nullptr);
-    EXPECT_EQ(VdFaceAPI::FreeFaceDetectorEngine(engine), 0);
+    EXPECT_EQ(Free(engine), 0);
+    EXPECT_EQ(Free(Init(nullptr, nullptr)), 0);
+}
+
+TEST_F(Instance, EngineOperations) {
+    expectOperations<VdFaceAPI::InitFaceDetectorEngine, VdFaceAPI::FreeFaceDetectorEngine>();
+    expectOperations<VdFaceAPI::InitFaceQualityEngine, VdFaceAPI::FreeQualityEngine>();
+    expectOperations<VdFaceAPI::InitLivenessDetectorEngine, VdFaceAPI::FreeLivenessDetectorEngine>();
+    expectOperations<VdFaceAPI::InitFaceMaskEngine, VdFaceAPI::FreeMaskEngine>();
+    expectOperations<VdFaceAPI::InitFaceLandmarkEngine, VdFaceAPI::FreeLandmarkEngine>();
+    expectOperations<VdFaceAPI::InitOnetLandmarkEngine, VdFaceAPI::FreeOnetLandmarkEngine>();
 }
 
 TEST_F(Instance, StringCopy) {

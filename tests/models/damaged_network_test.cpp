@@ -1,13 +1,16 @@
 // What an instance does when one of its networks is damaged. The accessors below take the place of the library's.
 
 #include "models/network_store.hpp"
+#include "support/networks.hpp"
 
 #include <veldan/face_api.h>
 #include <veldan/instance.hpp>
 #include <veldan/model_store.hpp>
+#include <veldan/spoof_detection.hpp>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <functional>
@@ -15,6 +18,7 @@
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -46,7 +50,10 @@ int storedLength(const std::string& name) {
     return store.at(name).length;
 }
 
+std::vector<std::string> asked; // for their data, in order
+
 int storedData(const std::string& name, unsigned char* out) {
+    asked.push_back(name);
     const Stored& network = store.at(name);
     const char* const chunks[] = {network.text.c_str()};
     return veldan::decodeStoredNetwork(chunks, 1, static_cast<int>(network.text.size()), network.length, out);
@@ -62,13 +69,40 @@ int storedData(const std::string& name, unsigned char* out) {
         return storedData(#NAME, out);                                                                                 \
     }
 
-STORED_NETWORK(VELDAN_V5_1_0_FaceDetectP)
-STORED_NETWORK(VELDAN_V5_1_0_FaceDetectR)
-STORED_NETWORK(VELDAN_V5_1_0_FaceDetectO)
+VELDAN_FOR_EACH_NETWORK(STORED_NETWORK)
 
 namespace {
 
-const char* const names[] = {"VELDAN_V5_1_0_FaceDetectP", "VELDAN_V5_1_0_FaceDetectR", "VELDAN_V5_1_0_FaceDetectO"};
+// What loading an engine of its own reports, for every engine that uses the network.
+template <auto Init, auto Free>
+int loadEngine() {
+    int error = -1;
+    auto* const engine = Init(nullptr, &error);
+    EXPECT_NE(engine, nullptr) << "the engine comes back although its network did not load";
+    EXPECT_EQ(Free(engine), 0);
+    return error;
+}
+using Api = VdFaceAPI;
+const auto detector = loadEngine<Api::InitFaceDetectorEngine, Api::FreeFaceDetectorEngine>;
+const auto quality = loadEngine<Api::InitFaceQualityEngine, Api::FreeQualityEngine>;
+const auto liveness = loadEngine<Api::InitLivenessDetectorEngine, Api::FreeLivenessDetectorEngine>;
+const auto mask = loadEngine<Api::InitFaceMaskEngine, Api::FreeMaskEngine>;
+const auto landmark = loadEngine<Api::InitFaceLandmarkEngine, Api::FreeLandmarkEngine>;
+const auto refinement = loadEngine<Api::InitOnetLandmarkEngine, Api::FreeOnetLandmarkEngine>;
+
+const std::map<std::string, std::vector<int (*)()>> users = {
+    {"VELDAN_V5_1_0_FaceDetectP", {detector}},
+    {"VELDAN_V5_1_0_FaceDetectR", {detector}},
+    {"VELDAN_V5_1_0_FaceDetectO", {detector, refinement}},
+    {"VELDAN_V5_0_0_FaceQuality", {quality}},
+    {"VELDAN_V5_0_0_LiveDetect_RGB", {liveness}},
+    {"VELDAN_V5_1_0_LiveDetect_NIR", {liveness}},
+    {"VELDAN_V5_1_0_FaceMaskDetect", {mask}},
+    {"VELDAN_V5_1_0_FaceMaskAlign", {landmark}},
+};
+
+#define NETWORK_NAME(NAME) #NAME,
+const char* const names[] = {VELDAN_FOR_EACH_NETWORK(NETWORK_NAME)};
 
 struct Damage {
     const char* what;
@@ -92,24 +126,49 @@ const Damage damages[] = {
      }},
 };
 
-class DamagedNetwork : public testing::TestWithParam<std::tuple<const char*, Damage>> {
-protected:
-    void SetUp() override {
+const std::map<std::string, Stored>& wholeNetworks() {
+    static const std::map<std::string, Stored> whole = [] {
+        std::map<std::string, Stored> networks;
         for (const char* name : names)
-            store[name] = stored(networkFile(name));
-    }
-};
+            networks[name] = stored(networkFile(name));
+        return networks;
+    }();
+    return whole;
+}
+
+void expectNoEngines(const VdFaceAPI& instance) {
+    EXPECT_EQ(instance.faceDetector, nullptr);
+    EXPECT_EQ(instance.faceQuality, nullptr);
+    EXPECT_EQ(instance.faceRecognizer, nullptr);
+    EXPECT_EQ(instance.livenessDetector, nullptr);
+    EXPECT_EQ(instance.faceMask, nullptr);
+    EXPECT_EQ(instance.faceLandmark, nullptr);
+    EXPECT_EQ(instance.onetLandmark, nullptr);
+    EXPECT_EQ(instance.maskFaceRecognizer, nullptr);
+    EXPECT_EQ(instance.searchHistory, nullptr);
+}
+
+TEST(WholeNetworks, AreLoadedInTheFixedOrder) {
+    store = wholeNetworks();
+    asked.clear();
+    int result = -1;
+    void* const handle = zzInitAlgThread(nullptr, &result);
+    EXPECT_EQ(result, 0);
+    ASSERT_NE(handle, nullptr);
+    EXPECT_EQ(zzFreeAlgThread(handle), 0);
+    std::vector<std::string> expected(std::begin(names), std::end(names));
+    expected.emplace_back("VELDAN_V5_1_0_FaceDetectO"); // the refinement's own copy comes last
+    EXPECT_EQ(asked, expected);
+}
+
+class DamagedNetwork : public testing::TestWithParam<std::tuple<const char*, Damage>> {};
 
 TEST_P(DamagedNetwork, LeavesNoInstance) {
+    store = wholeNetworks();
+    const std::string name = std::get<0>(GetParam());
+    std::get<1>(GetParam()).apply(store[name]);
+
     int result = -1;
-    void* handle = zzInitAlgThread(nullptr, &result);
-    ASSERT_EQ(result, 0) << "with all networks whole";
-    ASSERT_NE(handle, nullptr);
-    zzFreeAlgThread(handle);
-
-    const auto& [name, damage] = GetParam();
-    damage.apply(store[name]);
-
     EXPECT_EQ(zzInitAlgThread(nullptr, &result), nullptr);
     EXPECT_EQ(result, 20);
     result = -1;
@@ -119,17 +178,29 @@ TEST_P(DamagedNetwork, LeavesNoInstance) {
 
     VdFaceAPI instance;
     std::memset(static_cast<void*>(&instance), 0xA5, sizeof(instance));
+    asked.clear();
     EXPECT_EQ(instance.vdInitAlg(nullptr, 0, 10), 20);
-    EXPECT_EQ(instance.faceDetector, nullptr);
-    EXPECT_EQ(instance.searchHistory, nullptr);
+    expectNoEngines(instance);
+    // Nothing is loaded after the engine that failed. A length that makes no sense is seen before the data is asked
+    // for.
+    const auto* const last = std::find(std::begin(names), std::end(names), name);
+    EXPECT_LE(asked.size(), static_cast<std::size_t>(last - std::begin(names)) + 1);
     EXPECT_EQ(instance.vdFreeAlg(), 0);
 
-    // The engine comes back although its network did not load, and is still to be released.
-    int error = -1;
-    MTCNN* const engine = VdFaceAPI::InitFaceDetectorEngine(nullptr, &error);
-    EXPECT_EQ(error, 20);
-    EXPECT_NE(engine, nullptr);
-    EXPECT_EQ(VdFaceAPI::FreeFaceDetectorEngine(engine), 0);
+    for (const auto load : users.at(name))
+        EXPECT_EQ(load(), 20);
+}
+
+// The liveness engine is usable for visible light when only the other network is damaged.
+TEST(DamagedInfraredNetwork, LeavesVisibleLight) {
+    store = wholeNetworks();
+    store["VELDAN_V5_1_0_LiveDetect_NIR"].length = 0;
+    vdSpoofDetection engine;
+    EXPECT_EQ(engine.vdSpoofInitAlg(nullptr), 20);
+    std::vector<unsigned char> image(120 * 120 * 3, 100);
+    VDFACEINFOEX face{};
+    EXPECT_EQ(engine.vdSpoofRGBEvaluation(image.data(), 120, 120, 1, &face), 0);
+    EXPECT_EQ(engine.vdSpoofNIREvaluation(image.data(), 120, 120, 1, &face), -1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Networks, DamagedNetwork,

@@ -2,6 +2,7 @@
 // written. The input is made here from a formula, so only the answers are stored.
 
 #include "models/network_loader.hpp"
+#include "support/networks.hpp"
 
 #include <veldan/model_store.hpp>
 
@@ -65,15 +66,10 @@ TEST_P(NetworkAnswers, AreThoseOfTheTrainer) {
     }
 }
 
-#define VELDAN_STORED(name)                                                                                            \
-    StoredNetwork {                                                                                                    \
-#name, length_##name, data_##name                                                                              \
-    }
+#define STORED_NETWORK(NAME) StoredNetwork{#NAME, length_##NAME, data_##NAME},
+const StoredNetwork networks[] = {VELDAN_FOR_EACH_NETWORK(STORED_NETWORK)};
 
-INSTANTIATE_TEST_SUITE_P(Models, NetworkAnswers,
-                         testing::Values(VELDAN_STORED(VELDAN_V5_1_0_FaceDetectP),
-                                         VELDAN_STORED(VELDAN_V5_1_0_FaceDetectR),
-                                         VELDAN_STORED(VELDAN_V5_1_0_FaceDetectO)),
+INSTANTIATE_TEST_SUITE_P(Models, NetworkAnswers, testing::ValuesIn(networks),
                          [](const testing::TestParamInfo<StoredNetwork>& info) {
                              return std::string(info.param.name);
                          });

@@ -1,5 +1,6 @@
 #include "models/network_loader.hpp"
 #include "models/network_store.hpp"
+#include "support/networks.hpp"
 
 #include <veldan/model_store.hpp>
 
@@ -15,7 +16,7 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 
 struct Network {
-    const char* file;
+    const char* name;
     int (*length)();
     int (*data)(unsigned char*);
 };
@@ -24,7 +25,7 @@ class NetworkStore : public testing::TestWithParam<Network> {};
 
 TEST_P(NetworkStore, HoldsTheFile) {
     const Network network = GetParam();
-    std::ifstream in(std::string(VELDAN_NETWORK_DIR "/") + network.file, std::ios::binary);
+    std::ifstream in(std::string(VELDAN_NETWORK_DIR "/") + network.name + ".pb", std::ios::binary);
     ASSERT_TRUE(in);
     const std::string file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     ASSERT_EQ(network.length(), static_cast<int>(file.size()));
@@ -39,14 +40,11 @@ TEST_P(NetworkStore, LoadsIntoOpenCV) {
     EXPECT_FALSE(net.empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Networks, NetworkStore,
-                         testing::Values(Network{"VELDAN_V5_1_0_FaceDetectP.pb", length_VELDAN_V5_1_0_FaceDetectP,
-                                                 data_VELDAN_V5_1_0_FaceDetectP},
-                                         Network{"VELDAN_V5_1_0_FaceDetectR.pb", length_VELDAN_V5_1_0_FaceDetectR,
-                                                 data_VELDAN_V5_1_0_FaceDetectR},
-                                         Network{"VELDAN_V5_1_0_FaceDetectO.pb", length_VELDAN_V5_1_0_FaceDetectO,
-                                                 data_VELDAN_V5_1_0_FaceDetectO}),
-                         [](const auto& info) { return std::string(info.param.file).substr(14, 11); });
+#define STORED_NETWORK(NAME) Network{#NAME, length_##NAME, data_##NAME},
+const Network networks[] = {VELDAN_FOR_EACH_NETWORK(STORED_NETWORK)};
+
+INSTANTIATE_TEST_SUITE_P(Networks, NetworkStore, testing::ValuesIn(networks),
+                         [](const auto& info) { return std::string(info.param.name).substr(14); });
 
 int decodeStored(const std::vector<const char*>& chunks, int base64Length, int length, Bytes& out) {
     return veldan::decodeStoredNetwork(chunks.data(), static_cast<int>(chunks.size()), base64Length, length,
