@@ -44,8 +44,8 @@ enum VdColour {
 VELDAN_BEGIN_DECLS
 
 /**
- * Loads an image file of any format that OpenCV reads (bmp, jpg, png, webp and others; not DICOM, whose reader ends
- * the process on damaged files). A photo with an EXIF orientation comes out upright; width and height are those of the
+ * Loads an image file of any format that OpenCV reads (bmp, jpg, png, webp and others; not DICOM and Radiance HDR,
+ * whose readers harm the process on damaged files). A photo with an EXIF orientation comes out upright; width and height are those of the
  * upright picture.
  * @param path    file name
  * @param flag    1: grey, one channel; any other value: three channels

@@ -1,4 +1,4 @@
-#include "tool/dicom.hpp"
+#include "tool/refused_formats.hpp"
 #include "tool/image_buffer.hpp"
 #include "tool/report.hpp"
 
@@ -74,7 +74,7 @@ int encode(const cv::Mat& image, const std::string& format, const std::vector<in
 
 int ImageLoad(const char* path, int flag, unsigned char* out, int* width, int* height) {
     constexpr int unreadable = -3;
-    if (path == nullptr || veldan::isDicomFile(path))
+    if (path == nullptr || veldan::isRefusedFile(path))
         return unreadable;
     const cv::Mat image = cv::imread(path, flag == 1 ? cv::IMREAD_GRAYSCALE : cv::IMREAD_COLOR);
     if (image.empty())
@@ -196,7 +196,7 @@ int ImageDecode(const unsigned char* data, int size, unsigned char* out, int* wi
         return BMPToRaw(bytes, size, out, width, height, &channels);
     }
     cv::Mat image;
-    if (data != nullptr && size > 0 && !veldan::isDicom(data, static_cast<std::size_t>(size)))
+    if (data != nullptr && size > 0 && !veldan::isRefused(data, static_cast<std::size_t>(size)))
         image = cv::imdecode(cv::Mat(1, size, CV_8UC1, bytes), cv::IMREAD_COLOR);
     report(width, image.cols);
     report(height, image.rows);

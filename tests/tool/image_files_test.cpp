@@ -278,11 +278,14 @@ TEST(ImageSave, DoesNotTellWhetherTheFileWasWritten) {
 
 TEST(ImageLoad, TellsWhatItCannotRead) {
     const std::string folder = VELDAN_TOOL_TEST_DATA;
-    // A medical picture that breaks off behind its mark: the reader that OpenCV has for it would end the process.
+    // A medical picture that breaks off behind its mark: the reader that OpenCV has for it would end the process. And
+    // one of high dynamic range, whose reader would leave the file open.
     const std::string dicom = testing::TempDir() + "veldan-damaged-dicom";
     std::ofstream(dicom, std::ios::binary) << std::string(128, '\0') << "DICM\x02";
+    const std::string radiance = testing::TempDir() + "veldan-damaged-radiance";
+    std::ofstream(radiance, std::ios::binary) << "#?RADIANCE\x80";
     for (const std::string& path :
-         {std::string("/nonexistent-folder/a.png"), std::string(), folder, folder + "/README.md", dicom}) {
+         {std::string("/nonexistent-folder/a.png"), std::string(), folder, folder + "/README.md", dicom, radiance}) {
         GuardedBuffer out(64);
         int width = -7, height = -7;
         EXPECT_EQ(ImageLoad(path.c_str(), 0, out.data(), &width, &height), -3) << path;
