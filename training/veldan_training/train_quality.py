@@ -90,7 +90,7 @@ class Crops(torch.utils.data.IterableDataset):
 
 
 def train(args, network):
-    bases = good(faces.from_photos(args.data, least=60) + faces.from_face_packs(args.data, ("utk", "pins", "nomask")))
+    bases = good(faces.from_photos(args.data, least=60) + faces.from_face_packs(args.data, ("utk", "pins")))
     backgrounds = photos.load(args.data, "train", packs=["scenes", "misc", "trash", "streets"], subset="fit")
     backgrounds = [p for p in backgrounds if len(p.boxes) == 0]
     print(f"{len(bases)} good faces, {len(backgrounds)} scenes", flush=True)
