@@ -17,6 +17,7 @@ using Action = std::function<ExitCode()>;
 
 /** Each of these adds one subcommand to the application and stores its action when the user chose it. */
 void addDetectCommand(CLI::App& app, Action& action);
+void addInspectCommand(CLI::App& app, Action& action);
 void addNetworksCommand(CLI::App& app, Action& action);
 void addVersionCommand(CLI::App& app, Action& action);
 

@@ -12,19 +12,21 @@ namespace {
 using veldan::cli::ExitCode;
 
 ExitCode run(int argc, char** argv) {
-    CLI::App app{"Finds faces in photographs.", "veldan"};
+    CLI::App app{"Finds and judges faces in photographs.", "veldan"};
     app.require_subcommand(1);
     app.set_version_flag("--version", std::string("veldan ") + VELDAN_VERSION);
     app.footer("Examples:\n"
                "  veldan detect photo.jpg\n"
                "  veldan detect photo.jpg --draw faces.jpg\n"
                "  veldan detect *.jpg --json > faces.json\n"
+               "  veldan inspect photo.jpg --draw judged.jpg\n"
                "  veldan networks\n"
                "\"veldan COMMAND --help\" tells more about a command.\n");
     app.failure_message(CLI::FailureMessage::simple);
 
     veldan::cli::Action action;
     veldan::cli::addDetectCommand(app, action);
+    veldan::cli::addInspectCommand(app, action);
     veldan::cli::addNetworksCommand(app, action);
     veldan::cli::addVersionCommand(app, action);
 

@@ -60,7 +60,11 @@ TEST_P(BadPhotoAmongGoodOnes, IsNamedAndLosesNoOther) {
         EXPECT_EQ(photos[good].at("faces"), photos[0].at("faces"));
         EXPECT_EQ(photos[good].at("width"), 512);
     }
-    EXPECT_EQ(runVeldan({"detect", bad.string()}).exitCode, GetParam().exitCode);
+    for (const char* command : {"detect", "inspect"}) {
+        const CommandResult alone = runVeldan({command, bad.string()});
+        EXPECT_EQ(alone.exitCode, GetParam().exitCode);
+        EXPECT_EQ(alone.errors, result.errors);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -82,6 +86,31 @@ TEST(BadPhotos, TheFirstProblemDecides) {
     const std::string small = (folder / "small.png").string();
     EXPECT_EQ(runVeldan({"detect", small, "/no/such/file"}).exitCode, 5);
     EXPECT_EQ(runVeldan({"detect", "/no/such/file", small}).exitCode, 3);
+}
+
+// 110 portraits side by side: all are listed, and the code says that they are too many.
+TEST(BadPhotos, MoreFacesThanTheLibraryFollows) {
+    const ScratchFolder folder;
+    const std::string photo = (folder / "crowd.png").string();
+    cv::imwrite(photo, cv::repeat(cv::imread(astronaut)(cv::Rect(140, 10, 170, 190)), 11, 10));
+    for (const char* command : {"detect", "inspect"}) {
+        const CommandResult result = runVeldan({command, "--json", photo});
+        EXPECT_EQ(result.exitCode, 6);
+        EXPECT_THAT(result.errors, HasSubstr("more than the 100"));
+        const auto entry = nlohmann::json::parse(result.output).at("photos").at(0);
+        EXPECT_EQ(entry.at("error").at("name"), "too_many_faces");
+        EXPECT_GT(entry.at("faces").size(), 100u);
+    }
+}
+
+TEST(DamagedLibrary, HasItsOwnExitCode) {
+    const std::vector<std::vector<std::string>> commands = {
+        {"detect", astronaut}, {"inspect", astronaut}, {"networks"}};
+    for (const std::vector<std::string>& arguments : commands) {
+        const CommandResult result = runProgram(VELDAN_DAMAGED_COMMAND, arguments);
+        EXPECT_EQ(result.exitCode, 8) << arguments.front();
+        EXPECT_THAT(result.errors, HasSubstr("network"));
+    }
 }
 
 struct Mistake {
@@ -109,6 +138,10 @@ INSTANTIATE_TEST_SUITE_P(
                     Mistake{{"detect"}, 2, "PHOTO is required"},
                     Mistake{{"detect", "--colour", astronaut}, 2, "--colour"},
                     Mistake{{"detect", astronaut, "--draw", "out.xyz"}, 2, "known extension"},
-                    Mistake{{"detect", astronaut, astronaut, "--draw", astronaut}, 7, "not a folder"}));
+                    Mistake{{"detect", astronaut, astronaut, "--draw", astronaut}, 7, "not a folder"},
+                    Mistake{{"inspect"}, 2, "PHOTO is required"},
+                    Mistake{{"inspect", astronaut, "--aligned"}, 2, "--aligned"},
+                    Mistake{{"inspect", astronaut, "--draw", "out.xyz"}, 2, "known extension"},
+                    Mistake{{"inspect", astronaut, "--aligned", astronaut}, 7, "not a folder"}));
 
 } // namespace

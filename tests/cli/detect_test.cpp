@@ -1,4 +1,4 @@
-#include "run_veldan.hpp"
+#include "photo_results.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,21 +19,8 @@ using testing::HasSubstr;
 using Json = nlohmann::json;
 namespace fs = std::filesystem;
 
-std::string bundled(const std::string& name) {
-    return std::string(VELDAN_PHOTOS) + "/" + name;
-}
-
 Json detect(const std::vector<std::string>& arguments) {
-    std::vector<std::string> words = {"detect", "--json"};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    const CommandResult result = runVeldan(words);
-    EXPECT_EQ(result.exitCode, 0) << result.errors;
-    return Json::parse(result.output).at("photos");
-}
-
-cv::Rect boxOf(const Json& face) {
-    const Json& box = face.at("box");
-    return {box.at("x"), box.at("y"), box.at("width"), box.at("height")};
+    return photosOf("detect", arguments);
 }
 
 double iou(const cv::Rect& a, const cv::Rect& b) {
@@ -185,17 +172,37 @@ TEST(Draw, PutsSeveralPhotosIntoAFolder) {
     EXPECT_EQ(std::distance(fs::directory_iterator(out), fs::directory_iterator()), 3); // and nothing half-written
 }
 
-TEST(Draw, NeverOverwritesAPhoto) {
+struct Overwriting {
+    std::vector<std::string> arguments; // names in the folder begin with a slash
+    std::string victim;
+};
+
+class Photos : public testing::TestWithParam<Overwriting> {};
+
+TEST_P(Photos, AreNeverOverwritten) {
     const ScratchFolder folder;
-    const std::string photo = (folder / "photo.jpg").string();
-    fs::copy_file(bundled("astronaut.jpg"), photo);
-    for (const std::string& out : {photo, fs::path(photo).parent_path().string()}) {
-        const CommandResult result = runVeldan({"detect", photo, "--draw", out});
-        EXPECT_EQ(result.exitCode, 7);
-        EXPECT_THAT(result.errors, HasSubstr("overwrite"));
-        EXPECT_EQ(readBytes(photo), readBytes(bundled("astronaut.jpg")));
+    const std::string portrait = bundled("astronaut.jpg");
+    fs::create_directories(folder / "other");
+    for (const char* name : {"photo.jpg", "photo-face1.png", "other/photo.jpg"})
+        fs::copy_file(portrait, folder / name);
+    std::vector<std::string> arguments = GetParam().arguments;
+    for (std::string& argument : arguments) {
+        if (argument.front() == '/')
+            argument = (folder / argument.substr(1)).string();
     }
+    const CommandResult result = runVeldan(arguments);
+    EXPECT_EQ(result.exitCode, 7);
+    EXPECT_THAT(result.errors, HasSubstr("overwrite"));
+    EXPECT_EQ(readBytes(folder / GetParam().victim), readBytes(portrait));
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Ways, Photos,
+    testing::Values(Overwriting{{"detect", "/photo.jpg", "--draw", "/photo.jpg"}, "photo.jpg"},
+                    Overwriting{{"detect", "/photo.jpg", "--draw", "/"}, "photo.jpg"},
+                    Overwriting{{"detect", "/other/photo.jpg", "/photo.jpg", "--draw", "/"}, "photo.jpg"},
+                    Overwriting{{"inspect", "/photo.jpg", "--draw", "/other/../photo.jpg"}, "photo.jpg"},
+                    Overwriting{{"inspect", "/photo.jpg", "/photo-face1.png", "--aligned", "/"}, "photo-face1.png"}));
 
 TEST(Draw, SaysWhenItCannotWrite) {
     const ScratchFolder folder;

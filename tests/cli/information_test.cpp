@@ -60,7 +60,7 @@ TEST_P(Help, ShowsExamples) {
     EXPECT_EQ(result.errors, "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Commands, Help, testing::Values("detect", "networks", "version"));
+INSTANTIATE_TEST_SUITE_P(Commands, Help, testing::Values("detect", "inspect", "networks", "version"));
 
 TEST(Output, ThatCannotBeWrittenIsAnError) {
     const CommandResult result = runVeldan({"version"}, "/dev/null", "/dev/full");

@@ -1,0 +1,150 @@
+#include "annotate.hpp"
+#include "commands.hpp"
+#include "face_api.hpp"
+#include "judge.hpp"
+#include "photo_run.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <string>
+
+namespace veldan::cli {
+
+namespace {
+
+// Pictures smaller than this are enlarged before words are written into them.
+constexpr int roomySide = 1200;
+constexpr int maxFactor = 4;
+
+struct InspectOptions {
+    PhotoOptions photos;
+    std::string aligned;
+    bool nearInfrared = false;
+};
+
+const char* lightText(Light light) {
+    return light == Light::NearInfrared ? "near-infrared" : "visible";
+}
+
+std::string judgementText(const JudgedFace& face, Light light) {
+    std::string text = "quality " + std::to_string(face.record.quality);
+    text += face.sharp ? "  sharp" : "  not sharp";
+    text += face.frontal ? "  frontal" : "  not frontal";
+    text += face.masked ? "  masked (" : "  no mask (";
+    text += std::to_string(face.record.maskScore) + ")  liveness " + std::to_string(face.record.liveness) + " (" +
+            lightText(light) + " light)";
+    if (face.masked)
+        text += "  mask points " + pointText(face.record, 5) + " " + pointText(face.record, 6);
+    return text;
+}
+
+Json judgementJson(const JudgedFace& face) {
+    Json json = detectionJson(face.record);
+    json["maskPoints"] = pointsJson(face.record, 5, 2);
+    json["quality"] = face.record.quality;
+    json["sharp"] = face.sharp;
+    json["frontal"] = face.frontal;
+    json["maskScore"] = face.record.maskScore;
+    json["masked"] = face.masked;
+    json["liveness"] = face.record.liveness;
+    return json;
+}
+
+std::vector<std::string> words(const JudgedFace& face) {
+    const std::string mask = std::to_string(face.record.maskScore);
+    return {"quality " + std::to_string(face.record.quality),
+            std::string(face.sharp ? "sharp" : "not sharp") + (face.frontal ? ", frontal" : ", not frontal"),
+            (face.masked ? "mask " : "no mask ") + mask + ", live " + std::to_string(face.record.liveness)};
+}
+
+Photo drawn(Photo& photo, const std::vector<JudgedFace>& faces) {
+    const int longSide = std::max({photo.width, photo.height, 1});
+    const int factor = std::clamp((roomySide + longSide / 2) / longSide, 1, maxFactor);
+    Photo picture = enlarged(photo, factor);
+    std::vector<Mark> marks;
+    marks.reserve(faces.size());
+    for (const JudgedFace& face : faces)
+        marks.emplace_back(enlarged(face.record, factor), face.masked, words(face));
+    annotate(picture, marks);
+    return picture;
+}
+
+class Inspection {
+public:
+    explicit Inspection(const InspectOptions& options)
+        : options_(options), photos_(options.photos), crops_(options.aligned) {}
+
+    ExitCode run() {
+        return photos_.forEach([this](const std::string& path) { process(path); });
+    }
+
+private:
+    void process(const std::string& path) {
+        Photo photo = photos_.load(path);
+        const Light light = options_.nearInfrared && isGrey(photo) ? Light::NearInfrared : Light::Visible;
+        const FaceApi::Detection detection = api_.detect(photo);
+        const auto start = std::chrono::steady_clock::now();
+        const std::vector<JudgedFace> faces = judge(api_.handle(), photo, detection.faces, light);
+        const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
+
+        photos_.addFaceCount(photo, faces.size(), detection.milliseconds + elapsed.count());
+        for (const JudgedFace& face : faces) {
+            Json json = judgementJson(face);
+            json["light"] = lightText(light);
+            photos_.addFace(std::move(json), detectionText(face.record) + "\n      " + judgementText(face, light));
+        }
+        if (crops_.wanted())
+            saveCrops(path, photo, faces);
+        photos_.draw([&] { return drawn(photo, faces); });
+        PhotoRun::refuseCrowd(faces.size());
+    }
+
+    void saveCrops(const std::string& path, const Photo& photo, const std::vector<JudgedFace>& faces) {
+        crops_.nextPhoto(path);
+        for (std::size_t i = 0; i < faces.size(); ++i) {
+            photos_.saveCrop(i, "five", alignedByFive(photo, faces[i].record), crops_.pathFor(i + 1, ""));
+            if (faces[i].masked)
+                photos_.saveCrop(i, "two", alignedByTwo(photo, faces[i].record), crops_.pathFor(i + 1, "-mask"));
+        }
+    }
+
+    const InspectOptions& options_;
+    PhotoRun photos_;
+    CropTarget crops_;
+    FaceApi api_;
+};
+
+} // namespace
+
+void addInspectCommand(CLI::App& app, Action& action) {
+    CLI::App* command =
+        app.add_subcommand("inspect", "Find faces and judge them: quality, sharp, frontal, mask, liveness");
+    const auto options = std::make_shared<InspectOptions>();
+    addPhotoOptions(*command, options->photos, "Draw boxes, points and judgements");
+    command->add_option("--aligned", options->aligned, "Write the aligned 112 x 112 crops of each face into a folder")
+        ->type_name("DIR");
+    command->add_flag("--nir", options->nearInfrared, "Judge the liveness of grey photos as near-infrared frames");
+    command->footer(
+        std::string("quality    0 to 100, higher is better\n"
+                    "sharp      whether the face's edges are crisp\n"
+                    "frontal    whether the face looks at the camera, as its points lie\n"
+                    "masked     whether the face wears a mask: a score of 41 and more of 100\n"
+                    "liveness   0 to 100, how likely a person was in front of the camera and not a picture of one\n"
+                    "The picture of --draw is larger than a small photo, so that the words have room. --aligned names\n"
+                    "its files PHOTO-face1.png (by five points), PHOTO-face1-mask.png (masked faces, by two points).\n"
+                    "\n") +
+        exitCodeHelp +
+        "\n"
+        "Examples:\n"
+        "  veldan inspect photo.jpg\n"
+        "  veldan inspect photo.jpg --draw judged.jpg\n"
+        "  veldan inspect --draw judged/ --aligned crops/ *.jpg\n"
+        "  veldan inspect --nir frame.png\n"
+        "  veldan inspect *.jpg --json | jq '.photos[] | {photo, masked: [.faces[]?.masked]}'\n");
+    command->callback([options, &action] { action = [options] { return Inspection(*options).run(); }; });
+}
+
+} // namespace veldan::cli

@@ -1,0 +1,88 @@
+#include "output_files.hpp"
+
+#include "exit_codes.hpp"
+
+#include <sys/stat.h>
+#include <system_error>
+
+namespace veldan::cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void makeFolder(const fs::path& folder, const std::string& option) {
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (!fs::is_directory(folder, error))
+        throw CommandError(ExitCode::NotWritten,
+                           option + ": " + folder.string() + " is not a folder and cannot be made one");
+}
+
+std::string stemOf(const fs::path& photo) {
+    return photo.has_stem() ? photo.stem().string() : "photo";
+}
+
+/** Photos of the same name from different folders must not replace one another. */
+std::string freshStem(const std::string& stem, const std::string& extension, std::set<std::string>& used) {
+    std::string fresh = stem;
+    for (int number = 2; !used.insert(fresh + extension).second; ++number)
+        fresh = stem + "-" + std::to_string(number);
+    return fresh;
+}
+
+} // namespace
+
+PhotoFiles::PhotoFiles(const std::vector<std::string>& photos) {
+    struct stat status {};
+    for (const std::string& photo : photos) {
+        if (::stat(photo.c_str(), &status) == 0)
+            files_.emplace(status.st_dev, status.st_ino);
+    }
+}
+
+void PhotoFiles::save(Photo& picture, const fs::path& path) const {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) == 0 && files_.count({status.st_dev, status.st_ino}) > 0)
+        throw CommandError(ExitCode::NotWritten, "writing " + path.string() + " would overwrite a photo");
+    try {
+        savePhoto(picture, path);
+    } catch (const CommandError& error) {
+        throw CommandError(error.code(), path.string() + " " + error.what());
+    }
+}
+
+DrawTarget::DrawTarget(const std::string& out, std::size_t photos) : out_(out) {
+    if (out_.empty())
+        return;
+    std::error_code error;
+    folder_ = photos > 1 || !out_.has_filename() || fs::is_directory(out_, error);
+    if (folder_) {
+        makeFolder(out_, "--draw");
+    } else if (!canSave(out_)) {
+        throw CommandError(ExitCode::Usage,
+                           "--draw: " + out_.string() + " does not end in a known extension: " + saveableExtensions());
+    }
+}
+
+fs::path DrawTarget::pathFor(const fs::path& photo) {
+    if (!folder_)
+        return out_;
+    const std::string extension = canSave(photo) ? photo.extension().string() : ".jpg";
+    return out_ / (freshStem(stemOf(photo), extension, used_) + extension);
+}
+
+CropTarget::CropTarget(const std::string& folder) : folder_(folder) {
+    if (!folder_.empty())
+        makeFolder(folder_, "--aligned");
+}
+
+void CropTarget::nextPhoto(const fs::path& photo) {
+    stem_ = freshStem(stemOf(photo), "", used_);
+}
+
+fs::path CropTarget::pathFor(std::size_t number, const std::string& kind) const {
+    return folder_ / (stem_ + "-face" + std::to_string(number) + kind + ".png");
+}
+
+} // namespace veldan::cli

@@ -1,0 +1,106 @@
+#include "photo_run.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include <exception>
+#include <iomanip>
+#include <iostream>
+#include <sstream>
+
+namespace veldan::cli {
+
+void addPhotoOptions(CLI::App& command, PhotoOptions& options, const std::string& drawHelp) {
+    command.add_option("PHOTO", options.photos, "Photos: jpg, png, webp, bmp, tiff and what else OpenCV reads")
+        ->required()
+        ->type_name("");
+    command.add_flag("--json", options.json, "Print one JSON document instead of text");
+    command.add_option("--draw", options.draw, drawHelp + ": a file for one photo, a folder for several")
+        ->type_name("OUT");
+}
+
+PhotoRun::PhotoRun(const PhotoOptions& options)
+    : options_(options), photoFiles_(options.photos), drawTarget_(options.draw, options.photos.size()),
+      progress_(options.photos.size()) {}
+
+ExitCode PhotoRun::forEach(const std::function<void(const std::string& path)>& process) {
+    for (const std::string& path : options_.photos) {
+        progress_.next(path);
+        path_ = path;
+        entry_ = Json::object({{"photo", path}});
+        try {
+            process(path);
+        } catch (const CommandError& error) {
+            fail(error.code(), error.what());
+        } catch (const std::exception& error) {
+            // Such as OpenCV running out of memory in a huge photo: no reason to lose the others.
+            fail(ExitCode::Internal, std::string("unexpected failure: ") + error.what());
+        }
+        entries_.push_back(std::move(entry_));
+    }
+    progress_.clear();
+    if (options_.json) {
+        // File names need not be UTF-8; what is not is replaced rather than losing the whole document.
+        std::cout << Json{{"version", VELDAN_VERSION}, {"photos", entries_}}.dump(2, ' ', false,
+                                                                                  Json::error_handler_t::replace)
+                  << '\n';
+    }
+    return code_;
+}
+
+Photo PhotoRun::load(const std::string& path) {
+    Photo photo = loadPhoto(path);
+    entry_["width"] = photo.width;
+    entry_["height"] = photo.height;
+    return photo;
+}
+
+void PhotoRun::addFaceCount(const Photo& photo, std::size_t count, double milliseconds) {
+    entry_["milliseconds"] = milliseconds;
+    entry_["faces"] = Json::array();
+    if (options_.json)
+        return;
+    progress_.clear();
+    std::ostringstream time;
+    time << std::fixed << std::setprecision(1) << milliseconds;
+    std::cout << path_ << ": " << faceCount(count) << "  (" << photo.width << " x " << photo.height << ", "
+              << time.str() << " ms)\n";
+}
+
+void PhotoRun::addFace(Json face, const std::string& text) {
+    entry_["faces"].push_back(std::move(face));
+    if (!options_.json)
+        std::cout << std::setw(4) << entry_["faces"].size() << "  " << text << '\n';
+}
+
+void PhotoRun::saveCrop(std::size_t face, const char* kind, Photo crop, const std::filesystem::path& path) {
+    photoFiles_.save(crop, path);
+    entry_["faces"][face]["aligned"][kind] = path.string();
+}
+
+void PhotoRun::draw(const std::function<Photo()>& annotated) {
+    if (!drawTarget_.wanted())
+        return;
+    const std::filesystem::path path = drawTarget_.pathFor(path_);
+    Photo picture = annotated();
+    photoFiles_.save(picture, path);
+    entry_["drawn"] = path.string();
+    if (!options_.json)
+        std::cout << "      drawn in " << path.string() << '\n';
+}
+
+void PhotoRun::refuseCrowd(std::size_t count) {
+    if (count > VELDAN_MAX_FACES)
+        throw CommandError(ExitCode::TooManyFaces, faceCount(count) + ", more than the " +
+                                                       std::to_string(VELDAN_MAX_FACES) + " that the library follows");
+}
+
+void PhotoRun::fail(ExitCode code, const std::string& message) {
+    progress_.clear();
+    std::cout.flush(); // keeps the message behind the lines of the photos before it
+    std::cerr << "veldan: " << path_ << ": " << message << '\n';
+    entry_["error"] = {{"name", exitCodeName(code)}, {"code", static_cast<int>(code)}, {"message", message}};
+    if (code_ == ExitCode::Success)
+        code_ = code;
+}
+
+} // namespace veldan::cli
