@@ -23,8 +23,9 @@ bool isBalanced(double value) {
 
 } // namespace
 
-FaceQuality::FaceQuality() = default;
-FaceQuality::~FaceQuality() = default;
+// There is nothing to do; they are part of the exported class.
+FaceQuality::FaceQuality() {}
+FaceQuality::~FaceQuality() {}
 
 // The records come by value: the signatures are fixed.
 int FaceQuality::Face_blurRGB(unsigned char* image, int width, int height, VDFACEINFOEX face) {

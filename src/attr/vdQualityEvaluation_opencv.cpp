@@ -38,8 +38,10 @@ int QUALITYEVALUATION::mqQualityEvaluation(unsigned char* image, int width, int 
         VDFACEINFOEX& face = faces[i];
         // The definition is one of 32-bit integers; wider ones give the same wherever those do not overflow.
         const std::int64_t side = std::max(face.width, face.height);
-        const int cx = np_round(static_cast<float>(face.x + (face.width - side) / 2));
-        const int cy = np_round(static_cast<float>(face.y + (face.height - side) / 2));
+        const std::int64_t left = face.x + (face.width - side) / 2;
+        const std::int64_t top = face.y + (face.height - side) / 2;
+        const int cx = np_round(static_cast<float>(left));
+        const int cy = np_round(static_cast<float>(top));
         // Clipped, not padded, and stretched to the network's square: unlike the other engines' crops, on purpose. An
         // empty crop raises OpenCV's exception.
         const cv::Mat crop = frame(veldan::clip(cx, cy, side, side, frame.size()));

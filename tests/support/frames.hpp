@@ -24,10 +24,10 @@ inline cv::Mat noiseFrame(int width, int height, unsigned seed = 3, int kernel =
 // A region of an image pixel after pixel, black outside of the image.
 inline cv::Mat plainRegion(const cv::Mat& image, const cv::Rect& region) {
     cv::Mat result = cv::Mat::zeros(region.size(), CV_8UC3);
-    for (int y = 0; y < result.rows; ++y)
-        for (int x = 0; x < result.cols; ++x)
-            if (cv::Rect(0, 0, image.cols, image.rows).contains(region.tl() + cv::Point(x, y)))
-                result.at<cv::Vec3b>(y, x) = image.at<cv::Vec3b>(region.tl() + cv::Point(x, y));
+    for (int y = 0; y < image.rows; ++y)
+        for (int x = 0; x < image.cols; ++x)
+            if (region.contains({x, y}))
+                result.at<cv::Vec3b>(cv::Point(x, y) - region.tl()) = image.at<cv::Vec3b>(y, x);
     return result;
 }
 
