@@ -1,6 +1,7 @@
 #!/bin/bash
 # usage: ./demo.sh
-# Installs what is missing, builds the library and the veldan command, and finds the faces in the bundled photos.
+# Installs what is missing, builds the library and the veldan command, finds the faces in the bundled photos, and judges
+# those of one photo.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -23,8 +24,10 @@ cmake --build "$build" --parallel "$(nproc)"
 echo "==> detect"
 mkdir -p "$drawn"
 "$build"/cli/veldan detect --draw "$drawn" examples/photos/*.jpg examples/photos/*.webp
+echo "==> inspect"
+"$build"/cli/veldan inspect --draw "$drawn"/rows-judged.png examples/photos/rows.webp
 
 echo
 echo "The photos with the faces drawn in are in $PWD/$drawn/"
-echo "Look at $PWD/$drawn/rows.webp first."
-echo "Try your own:  $build/cli/veldan detect PHOTO --draw faces.jpg"
+echo "Look at $PWD/$drawn/rows-judged.png first."
+echo "Try your own:  $build/cli/veldan inspect PHOTO --draw judged.jpg"
