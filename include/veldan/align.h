@@ -36,7 +36,8 @@ extern VELDAN_API float templatekeypoints[10];
  * @param alignedWidth   width of the crop in pixels
  * @param alignedHeight  height of the crop in pixels
  * @param points         ten values x0, y0, ... x4, y4 in frame pixels, in the order of templatekeypoints
- * @return always 0. When a pointer is null or a size is not positive, nothing is written.
+ * @return always 0. When a pointer is null or a size is not positive, nothing is written. A frame or a crop with a side
+ *         of 32767 pixels or more raises OpenCV's exception (C++).
  */
 VELDAN_API int alignface_pinv(const unsigned char* image, int width, int height, unsigned char* aligned,
                               int alignedWidth, int alignedHeight, const float* points);
@@ -45,7 +46,7 @@ VELDAN_API int alignface_pinv(const unsigned char* image, int width, int height,
  * Aligns a face by two points, for faces whose lower half is covered: the first point becomes (0, 0) and the second one
  * (112, 112) of the crop, whatever size of crop is asked for. Otherwise as alignface_pinv().
  * @param points  four values x0, y0, x1, y1 in frame pixels: key points 5 and 6 of a face record
- * @return always 0
+ * @return as alignface_pinv()
  */
 VELDAN_API int alignface_mask(const unsigned char* image, int width, int height, unsigned char* aligned,
                               int alignedWidth, int alignedHeight, const float* points);

@@ -56,6 +56,7 @@ public:
      * @param faces    the records
      * @return 0; -1 with nothing written when there are faces but a pointer is null, a size is not positive or the
      *         network is not loaded
+     * @throws cv::Exception when a side of the image is 32767 pixels or more
      */
     int vdSpoofRGBEvaluation(unsigned char* image, int width, int height, int faceNum, VDFACEINFOEX* faces);
 

@@ -222,6 +222,13 @@ TEST(Alignment, ArgumentsThatMakeNoSenseWriteNothing) {
     EXPECT_TRUE(crop.untouched());
 }
 
+TEST(Alignment, FramesBeyondOpenCvsReachRaiseItsException) {
+    for (const cv::Size size : {cv::Size(32766, 2), cv::Size(2, 32766)})
+        EXPECT_GT(cv::norm(aligned(alignface_mask, cv::Mat(size, CV_8UC3, cv::Scalar::all(9)), corners)), 0);
+    for (const cv::Size size : {cv::Size(32767, 2), cv::Size(2, 32767)})
+        EXPECT_THROW(aligned(alignface_pinv, cv::Mat(size, CV_8UC3), base), cv::Exception);
+}
+
 TEST(Alignment, ThePublishedTableIsForCallersOnly) {
     const float published[10] = {38.2946F, 51.6953F, 73.5318F, 51.6953F, 56.0252F,
                                  71.7366F, 41.5493F, 92.3655F, 70.7299F, 92.2041F};

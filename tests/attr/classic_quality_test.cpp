@@ -15,7 +15,6 @@ namespace {
 using veldan_tests::faceWithBox;
 using veldan_tests::FrameAtTheEnd;
 using veldan_tests::noiseFrame;
-using veldan_tests::plainRegion;
 
 int isSharp(const cv::Mat& frame, const cv::Rect& box) {
     return FaceQuality().Face_blurRGB(frame.data, frame.cols, frame.rows,
