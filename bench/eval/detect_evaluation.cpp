@@ -2,26 +2,19 @@
 #include "error_pictures.hpp"
 #include "evaluations.hpp"
 #include "labels.hpp"
-#include "photo_source.hpp"
-
-#include <veldan/face_api.h>
+#include "library.hpp"
+#include "pack_photos.hpp"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
-#include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
 
-#include <algorithm>
-#include <chrono>
-#include <cmath>
 #include <filesystem>
 #include <iomanip>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -34,69 +27,16 @@ namespace fs = std::filesystem;
 const std::vector<std::pair<std::string, SizeMeasure>> sizeMeasures = {
     {"geometric", SizeMeasure::Geometric}, {"longer", SizeMeasure::Longer}, {"shorter", SizeMeasure::Shorter}};
 
-struct Options {
-    std::string folder;
-    std::vector<std::string> packs;
-    std::string split = "val";
-    int fit = 640;
-    double minFace = 45;
+struct Options : PackOptions {
     std::string size = "geometric";
-    double leastOverlap = 0.5;
-    int threads = 1;
-    std::string dumpFalse;
-    bool json = false;
 };
 
-struct Answer {
+std::vector<FoundFace> foundFaces(const Library::Answer& answer) {
     std::vector<FoundFace> faces;
-    bool refused = false;
-    double milliseconds = 0;
-};
-
-/** The library as an application sees it. */
-class Detector {
-public:
-    Detector() : records_(VELDAN_DETECT_CAPACITY) {
-        int code = 0;
-        handle_ = zzInitAlgThread(nullptr, &code);
-        if (handle_ == nullptr)
-            throw std::runtime_error("the library did not start: code " + std::to_string(code));
-    }
-    ~Detector() { zzFreeAlgThread(handle_); }
-    Detector(const Detector&) = delete;
-    Detector& operator=(const Detector&) = delete;
-
-    Answer detect(cv::Mat& picture) {
-        int count = 0;
-        const auto start = std::chrono::steady_clock::now();
-        const int code = zzDetectFaceThread(handle_, picture.data, picture.cols, picture.rows, &count, records_.data());
-        const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
-        Answer answer;
-        answer.milliseconds = elapsed.count();
-        if (code == VD_ERR_IMAGE_TOO_SMALL) {
-            answer.refused = true;
-            return answer;
-        }
-        if (code == VD_ERR_NO_FACE)
-            return answer;
-        if (code != VD_OK && code != VD_ERR_TOO_MANY_FACES)
-            throw std::runtime_error("detection failed with code " + std::to_string(code));
-        for (int i = 0; i < count; ++i) {
-            const VDFACEINFOEX& record = records_[static_cast<std::size_t>(i)];
-            FoundFace face;
-            face.box = {static_cast<double>(record.x), static_cast<double>(record.y), static_cast<double>(record.width),
-                        static_cast<double>(record.height)};
-            for (std::size_t k = 0; k < face.points.size(); ++k)
-                face.points[k] = {static_cast<double>(record.keyPointX[k]), static_cast<double>(record.keyPointY[k])};
-            answer.faces.push_back(face);
-        }
-        return answer;
-    }
-
-private:
-    void* handle_ = nullptr;
-    std::vector<VDFACEINFOEX> records_;
-};
+    for (const VDFACEINFOEX& record : answer.faces)
+        faces.push_back({boxOf(record), pointsOf(record)});
+    return faces;
+}
 
 /** The figures of one pack, or of all: one set for each measure of size, in the order of sizeMeasures. */
 using FigureSet = std::vector<DetectionFigures>;
@@ -116,7 +56,7 @@ public:
             fs::create_directories(options_.dumpFalse);
         warmUp();
         FigureSet total(sizeMeasures.size());
-        for (const std::string& name : options_.packs.empty() ? packNames(options_.folder) : options_.packs) {
+        for (const std::string& name : options_.names()) {
             const FigureSet figures = evaluate(readPack(options_.folder, name));
             for (std::size_t i = 0; i < total.size(); ++i)
                 total[i].add(figures[i]);
@@ -134,58 +74,31 @@ public:
 private:
     void warmUp() {
         cv::Mat picture(options_.fit > 0 ? options_.fit : 640, 640, CV_8UC3, cv::Scalar(128, 128, 128));
-        detector_.detect(picture);
+        library_.detect(picture);
     }
 
     FigureSet evaluate(const Pack& pack) {
-        const std::unique_ptr<PhotoSource> source = openPhotos(options_.folder, pack.name);
         FigureSet figures(sizeMeasures.size());
-        std::size_t seen = 0;
-        for (const LabelledPhoto& labels : pack.photos) {
-            ++seen;
-            if (options_.split != "all" && labels.split != options_.split)
-                continue;
-            showProgress(pack, seen);
-            evaluatePhoto(pack.name, labels, source->read(labels.file), figures);
-        }
-        if (::isatty(STDERR_FILENO) == 1)
-            std::cerr << "\r\033[K" << std::flush;
+        const auto all = [](const LabelledPhoto& /*labels*/) { return true; };
+        readPhotos(options_, pack, all, [&](const LabelledPhoto& truth, cv::Mat& picture) {
+            evaluatePhoto(pack.name, truth, picture, figures);
+        });
         return figures;
     }
 
-    void evaluatePhoto(const std::string& pack, const LabelledPhoto& labels, const std::vector<unsigned char>& bytes,
-                       FigureSet& figures) {
-        cv::Mat picture = cv::imdecode(bytes, cv::IMREAD_COLOR);
-        if (picture.cols != labels.width || picture.rows != labels.height) {
-            throw std::runtime_error(pack + "/" + labels.file + ": not a picture of " + std::to_string(labels.width) +
-                                     " x " + std::to_string(labels.height) + " pixels");
-        }
-        picture = fitted(picture);
-        const LabelledPhoto truth = scaled(labels, static_cast<double>(picture.cols) / labels.width,
-                                           static_cast<double>(picture.rows) / labels.height);
-        const Answer answer = detector_.detect(picture);
+    void evaluatePhoto(const std::string& pack, const LabelledPhoto& truth, cv::Mat& picture, FigureSet& figures) {
+        const Library::Answer answer = library_.detect(picture);
+        const std::vector<FoundFace> faces = foundFaces(answer);
         for (std::size_t i = 0; i < figures.size(); ++i) {
-            figures[i].add(answer.faces, truth, picture.cols, picture.rows, rules(i), answer.milliseconds);
+            figures[i].add(faces, truth, picture.cols, picture.rows, rules(i), answer.milliseconds);
             if (answer.refused)
                 figures[i].addRefused();
         }
         if (!options_.dumpFalse.empty()) {
-            const fs::path name = pack + "-" + fs::path(labels.file).stem().string() + ".jpg";
-            writeErrors(options_.dumpFalse / name, picture, answer.faces,
-                        judge(answer.faces, truth, picture.cols, picture.rows, rules(chosen_)));
+            const fs::path name = pack + "-" + fs::path(truth.file).stem().string() + ".jpg";
+            writeErrors(options_.dumpFalse / name, picture, faces,
+                        judge(faces, truth, picture.cols, picture.rows, rules(chosen_)));
         }
-    }
-
-    cv::Mat fitted(const cv::Mat& picture) const {
-        const int longer = std::max(picture.cols, picture.rows);
-        if (options_.fit == 0 || longer == options_.fit)
-            return picture;
-        const double factor = static_cast<double>(options_.fit) / longer;
-        const cv::Size size(std::max(1, static_cast<int>(std::lround(picture.cols * factor))),
-                            std::max(1, static_cast<int>(std::lround(picture.rows * factor))));
-        cv::Mat result;
-        cv::resize(picture, result, size, 0, 0, factor < 1 ? cv::INTER_AREA : cv::INTER_LINEAR);
-        return result;
     }
 
     DetectionRules rules(std::size_t measure) const {
@@ -196,16 +109,9 @@ private:
         return rules;
     }
 
-    static void showProgress(const Pack& pack, std::size_t seen) {
-        if (::isatty(STDERR_FILENO) == 1)
-            std::cerr << "\r\033[K" << pack.name << ' ' << seen << '/' << pack.photos.size() << std::flush;
-    }
-
     void printTable() const {
-        std::cout << "Split " << options_.split << ", photos "
-                  << (options_.fit > 0 ? "fitted to " + std::to_string(options_.fit) + " pixels" : "as they are")
-                  << ", faces of " << options_.minFace << " pixels and more (" << options_.size << " side), IoU "
-                  << options_.leastOverlap << ", " << options_.threads << " thread(s)\n\n";
+        std::cout << options_.description() << " (" << options_.size << " side), IoU " << options_.leastOverlap << ", "
+                  << options_.threads << " thread(s)\n\n";
         std::cout << "pack          photos   faces  recall  false  per photo  small  ignored  points  missed  error %"
                      "  median %  ms mean  median\n";
         for (const auto& [name, set] : packs_)
@@ -277,7 +183,7 @@ private:
 
     const Options& options_;
     std::size_t chosen_ = 0;
-    Detector detector_;
+    Library library_;
     std::vector<std::pair<std::string, FigureSet>> packs_;
 };
 
@@ -287,35 +193,11 @@ void addDetectEvaluation(CLI::App& app, std::function<void()>& action) {
     CLI::App* command =
         app.add_subcommand("detect", "Recall, false positives a photo, error of the five points, milliseconds a photo");
     const auto options = std::make_shared<Options>();
-    command->add_option("folder", options->folder, "Folder with NAME.images.csv, NAME.labels.csv and NAME/ or NAME.zip")
-        ->required()
-        ->check(CLI::ExistingDirectory)
-        ->type_name("DATA");
-    command->add_option("--pack", options->packs, "Names of packs; all of the folder when left out");
-    command->add_option("--split", options->split, "val, train or all")
-        ->check(CLI::IsMember({"val", "train", "all"}))
-        ->capture_default_str();
-    command->add_option("--fit", options->fit, "Scale each photo, up or down, to this longer side; 0: as it is")
-        ->check(CLI::Range(0, 10000))
-        ->capture_default_str();
-    command
-        ->add_option("--min-face", options->minFace, "Smallest face that must be found, in pixels of the fitted photo")
-        ->check(CLI::NonNegativeNumber)
-        ->capture_default_str();
+    addPackOptions(*command, *options,
+                   "Folder for pictures of the errors: false boxes red, missed faces blue, found green, ignored grey");
     command->add_option("--size", options->size, "What --min-face measures: root of width x height, or one side")
         ->check(CLI::IsMember({"geometric", "longer", "shorter"}))
         ->capture_default_str();
-    command->add_option("--iou", options->leastOverlap, "Least intersection over union of a found face and its label")
-        ->check(CLI::Range(0.01, 1.0))
-        ->capture_default_str();
-    command->add_option("--threads", options->threads, "Threads of OpenCV")
-        ->check(CLI::Range(1, 256))
-        ->capture_default_str();
-    command
-        ->add_option("--dump-false", options->dumpFalse,
-                     "Folder for pictures of the errors: false boxes red, missed faces blue, found green, ignored grey")
-        ->type_name("DIR");
-    command->add_flag("--json", options->json, "Print JSON");
     command->footer(
         "A label with a score of 0.6 or more is a face. Uncertain labels, too small faces and boxes set by people\n"
         "are neither required nor held against the library. Milliseconds are those of the detection call.\n"

@@ -1,57 +1,21 @@
 #include "detection_figures.hpp"
 
+#include "statistics.hpp"
+
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <numeric>
+#include <optional>
 
 namespace veldan::eval {
 
 namespace {
 
-double mean(const std::vector<double>& values) {
-    return values.empty() ? 0 : std::accumulate(values.begin(), values.end(), 0.0) / static_cast<double>(values.size());
-}
-
-double median(std::vector<double> values) {
-    if (values.empty())
-        return 0;
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    if (values.size() % 2 == 1)
-        return *middle;
-    return (*middle + *std::max_element(values.begin(), middle)) / 2;
-}
-
-struct Pair {
-    double overlap;
-    std::size_t found;
-    std::size_t wanted;
-};
-
-/** Gives each wanted box to at most one found face, best overlap first; the result names the wanted box or npos. */
-constexpr std::size_t npos = static_cast<std::size_t>(-1);
-
-std::vector<std::size_t> assign(const std::vector<FoundFace>& found, const std::vector<Box>& wanted,
-                                double leastOverlap) {
-    std::vector<Pair> pairs;
-    for (std::size_t f = 0; f < found.size(); ++f) {
-        for (std::size_t w = 0; w < wanted.size(); ++w) {
-            const double value = overlap(found[f].box, wanted[w]);
-            if (value >= leastOverlap)
-                pairs.push_back({value, f, w});
-        }
-    }
-    std::stable_sort(pairs.begin(), pairs.end(), [](const Pair& a, const Pair& b) { return a.overlap > b.overlap; });
-    std::vector<std::size_t> assignment(found.size(), npos);
-    std::vector<bool> taken(wanted.size(), false);
-    for (const Pair& pair : pairs) {
-        if (assignment[pair.found] == npos && !taken[pair.wanted]) {
-            assignment[pair.found] = pair.wanted;
-            taken[pair.wanted] = true;
-        }
-    }
-    return assignment;
+std::vector<Box> boxesOf(const std::vector<FoundFace>& faces) {
+    std::vector<Box> boxes;
+    for (const FoundFace& face : faces)
+        boxes.push_back(face.box);
+    return boxes;
 }
 
 } // namespace
@@ -71,11 +35,11 @@ PhotoVerdict judge(const std::vector<FoundFace>& found, const LabelledPhoto& lab
     for (const PersonBox& person : labels.personBoxes)
         neutral.push_back(clipped(person.box, pictureWidth, pictureHeight));
 
-    const std::vector<std::size_t> assignment = assign(found, verdict.wanted, rules.leastOverlap);
+    const auto assignment = assignBoxes(boxesOf(found), verdict.wanted, rules.leastOverlap);
     verdict.wantedFound.assign(verdict.wanted.size(), false);
-    for (const std::size_t wanted : assignment) {
-        if (wanted != npos)
-            verdict.wantedFound[wanted] = true;
+    for (const std::optional<std::size_t>& wanted : assignment) {
+        if (wanted)
+            verdict.wantedFound[*wanted] = true;
     }
     const auto liesOnFoundFace = [&](const Box& box) {
         for (std::size_t w = 0; w < verdict.wanted.size(); ++w) {
@@ -90,7 +54,7 @@ PhotoVerdict judge(const std::vector<FoundFace>& found, const LabelledPhoto& lab
         const auto overlapsFound = [&](const Box& box) {
             return overlap(found[f].box, box) >= rules.leastIgnoreOverlap;
         };
-        if (assignment[f] != npos)
+        if (assignment[f])
             verdict.found.push_back(Verdict::True);
         else if (std::any_of(neutral.begin(), neutral.end(), overlapsFound))
             verdict.found.push_back(Verdict::Ignored);
@@ -179,11 +143,11 @@ void DetectionFigures::add(const std::vector<FoundFace>& found, const LabelledPh
             boxesOfClass[person.category].push_back(clipped(person.box, pictureWidth, pictureHeight));
     }
     for (const auto& [category, boxes] : boxesOfClass) {
-        const std::vector<std::size_t> assignment = assign(found, boxes, rules.leastOverlap);
+        const auto assignment = assignBoxes(boxesOf(found), boxes, rules.leastOverlap);
         Count& count = personBoxes_[category];
         count.boxes += boxes.size();
         count.found += static_cast<std::size_t>(
-            std::count_if(assignment.begin(), assignment.end(), [](std::size_t box) { return box != npos; }));
+            std::count_if(assignment.begin(), assignment.end(), [](const auto& box) { return box.has_value(); }));
     }
 }
 

@@ -58,4 +58,31 @@ Point centroid(const FivePoints& points) {
     return {sum.x / static_cast<double>(points.size()), sum.y / static_cast<double>(points.size())};
 }
 
+std::vector<std::optional<std::size_t>> assignBoxes(const std::vector<Box>& found, const std::vector<Box>& wanted,
+                                                    double leastOverlap) {
+    struct Pair {
+        double overlap;
+        std::size_t found;
+        std::size_t wanted;
+    };
+    std::vector<Pair> pairs;
+    for (std::size_t f = 0; f < found.size(); ++f) {
+        for (std::size_t w = 0; w < wanted.size(); ++w) {
+            const double value = overlap(found[f], wanted[w]);
+            if (value >= leastOverlap)
+                pairs.push_back({value, f, w});
+        }
+    }
+    std::stable_sort(pairs.begin(), pairs.end(), [](const Pair& a, const Pair& b) { return a.overlap > b.overlap; });
+    std::vector<std::optional<std::size_t>> assignment(found.size());
+    std::vector<bool> taken(wanted.size(), false);
+    for (const Pair& pair : pairs) {
+        if (!assignment[pair.found] && !taken[pair.wanted]) {
+            assignment[pair.found] = pair.wanted;
+            taken[pair.wanted] = true;
+        }
+    }
+    return assignment;
+}
+
 } // namespace veldan::eval

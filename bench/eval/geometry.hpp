@@ -2,6 +2,9 @@
 #define VELDAN_EVAL_GEOMETRY_HPP
 
 #include <array>
+#include <cstddef>
+#include <optional>
+#include <vector>
 
 namespace veldan::eval {
 
@@ -39,6 +42,13 @@ FivePoints scaled(const FivePoints& points, double sx, double sy);
 
 double distance(Point a, Point b);
 Point centroid(const FivePoints& points);
+
+/**
+ * Gives each wanted box to at most one found one, the pair with the best overlap first. For each found box the index of
+ * the wanted one that it was given, or nothing.
+ */
+std::vector<std::optional<std::size_t>> assignBoxes(const std::vector<Box>& found, const std::vector<Box>& wanted,
+                                                    double leastOverlap);
 
 } // namespace veldan::eval
 

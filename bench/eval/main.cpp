@@ -10,6 +10,10 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     std::function<void()> action;
     veldan::eval::addDetectEvaluation(app, action);
+    veldan::eval::addCornersEvaluation(app, action);
+    veldan::eval::addMaskEvaluation(app, action);
+    veldan::eval::addQualityEvaluation(app, action);
+    veldan::eval::addLivenessEvaluation(app, action);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

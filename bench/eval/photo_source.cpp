@@ -59,6 +59,12 @@ private:
 
 } // namespace
 
+std::unique_ptr<PhotoSource> openListedPhotos(const fs::path& folder) {
+    if (const fs::path archive = folder / "photos.zip"; fs::exists(archive))
+        return std::make_unique<ArchiveSource>(archive);
+    return std::make_unique<FolderSource>(folder);
+}
+
 std::unique_ptr<PhotoSource> openPhotos(const fs::path& folder, const std::string& name) {
     if (fs::is_directory(folder / name))
         return std::make_unique<FolderSource>(folder / name);

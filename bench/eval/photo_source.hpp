@@ -17,6 +17,9 @@ public:
     virtual std::vector<unsigned char> read(const std::string& file) = 0;
 };
 
+/** Opens the archive photos.zip of a folder, or else the folder itself. */
+std::unique_ptr<PhotoSource> openListedPhotos(const std::filesystem::path& folder);
+
 /** Opens the folder NAME, or else the archive NAME.zip; throws std::runtime_error when there is neither. */
 std::unique_ptr<PhotoSource> openPhotos(const std::filesystem::path& folder, const std::string& name);
 

@@ -1,0 +1,99 @@
+#include "library.hpp"
+
+#include <veldan/face_api.h>
+#include <veldan/face_mask.hpp>
+#include <veldan/instance.hpp>
+#include <veldan/quality_evaluation.hpp>
+#include <veldan/spoof_detection.hpp>
+
+#include <chrono>
+#include <cstddef>
+#include <stdexcept>
+#include <string>
+
+namespace veldan::eval {
+
+namespace {
+
+/** Runs an operation of the engine in this slot of the instance. */
+template <typename Engine>
+void judge(void* handle, Engine* VdFaceAPI::*slot,
+           int (Engine::*operation)(unsigned char*, int, int, int, VDFACEINFOEX*), cv::Mat& picture,
+           VDFACEINFOEX& face) {
+    Engine* engine = static_cast<VdFaceAPI*>(handle)->*slot;
+    if (engine == nullptr)
+        throw std::runtime_error("the library has no engine for this");
+    if (const int code = (engine->*operation)(picture.data, picture.cols, picture.rows, 1, &face); code != VD_OK)
+        throw std::runtime_error("an engine failed with code " + std::to_string(code));
+}
+
+} // namespace
+
+Library::Library() : records_(VELDAN_DETECT_CAPACITY) {
+    int code = 0;
+    handle_ = zzInitAlgThread(nullptr, &code);
+    if (handle_ == nullptr)
+        throw std::runtime_error("the library did not start: code " + std::to_string(code));
+}
+
+Library::~Library() {
+    zzFreeAlgThread(handle_);
+}
+
+Library::Answer Library::detect(cv::Mat& picture) {
+    int count = 0;
+    const auto start = std::chrono::steady_clock::now();
+    const int code = zzDetectFaceThread(handle_, picture.data, picture.cols, picture.rows, &count, records_.data());
+    const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
+    Answer answer;
+    answer.milliseconds = elapsed.count();
+    if (code == VD_ERR_IMAGE_TOO_SMALL) {
+        answer.refused = true;
+        return answer;
+    }
+    if (code == VD_ERR_NO_FACE)
+        return answer;
+    if (code != VD_OK && code != VD_ERR_TOO_MANY_FACES)
+        throw std::runtime_error("detection failed with code " + std::to_string(code));
+    answer.faces.assign(records_.begin(), records_.begin() + count);
+    for (VDFACEINFOEX& face : answer.faces)
+        face.maskScore = -1; // not judged: alignment takes the face as bare
+    return answer;
+}
+
+void Library::scoreMask(cv::Mat& picture, VDFACEINFOEX& face) {
+    judge(handle_, &VdFaceAPI::faceMask, &vdFaceMask::maskEvaluation, picture, face);
+}
+
+void Library::scoreQuality(cv::Mat& picture, VDFACEINFOEX& face) {
+    judge(handle_, &VdFaceAPI::faceQuality, &QUALITYEVALUATION::mqQualityEvaluation, picture, face);
+}
+
+void Library::scoreLiveness(cv::Mat& picture, VDFACEINFOEX& face) {
+    judge(handle_, &VdFaceAPI::livenessDetector, &vdSpoofDetection::vdSpoofRGBEvaluation, picture, face);
+}
+
+void Library::scoreInfraredLiveness(cv::Mat& picture, VDFACEINFOEX& face) {
+    judge(handle_, &VdFaceAPI::livenessDetector, &vdSpoofDetection::vdSpoofNIREvaluation, picture, face);
+}
+
+Box boxOf(const VDFACEINFOEX& face) {
+    return {static_cast<double>(face.x), static_cast<double>(face.y), static_cast<double>(face.width),
+            static_cast<double>(face.height)};
+}
+
+std::vector<Box> boxesOf(const std::vector<VDFACEINFOEX>& faces) {
+    std::vector<Box> boxes;
+    for (const VDFACEINFOEX& face : faces)
+        boxes.push_back(boxOf(face));
+    return boxes;
+}
+
+FivePoints pointsOf(const VDFACEINFOEX& face) {
+    FivePoints points;
+    for (std::size_t k = 0; k < points.size(); ++k)
+        points[k] = {static_cast<double>(face.keyPointX[k]), static_cast<double>(face.keyPointY[k])};
+    return points;
+}
+
+} // namespace veldan::eval

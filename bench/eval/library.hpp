@@ -1,0 +1,49 @@
+#ifndef VELDAN_EVAL_LIBRARY_HPP
+#define VELDAN_EVAL_LIBRARY_HPP
+
+#include "geometry.hpp"
+
+#include <veldan/face_record.h>
+
+#include <opencv2/core.hpp>
+
+#include <vector>
+
+namespace veldan::eval {
+
+/** The library as an application sees it. Whatever fails throws std::runtime_error. */
+class Library {
+public:
+    Library();
+    ~Library();
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+
+    /** What was found in a picture, the largest face first. */
+    struct Answer {
+        std::vector<VDFACEINFOEX> faces;
+        /** The picture is smaller than the library takes. */
+        bool refused = false;
+        double milliseconds = 0;
+    };
+    Answer detect(cv::Mat& picture);
+
+    /** Engines, each on one face; they write their word of the record. */
+    void scoreMask(cv::Mat& picture, VDFACEINFOEX& face);
+    void scoreQuality(cv::Mat& picture, VDFACEINFOEX& face);
+    void scoreLiveness(cv::Mat& picture, VDFACEINFOEX& face);
+    void scoreInfraredLiveness(cv::Mat& picture, VDFACEINFOEX& face);
+
+private:
+    void* handle_ = nullptr;
+    std::vector<VDFACEINFOEX> records_;
+};
+
+Box boxOf(const VDFACEINFOEX& face);
+std::vector<Box> boxesOf(const std::vector<VDFACEINFOEX>& faces);
+/** Key points 0 to 4. */
+FivePoints pointsOf(const VDFACEINFOEX& face);
+
+} // namespace veldan::eval
+
+#endif

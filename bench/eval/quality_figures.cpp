@@ -1,0 +1,209 @@
+#include "quality_figures.hpp"
+
+#include "csv_table.hpp"
+#include "statistics.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <set>
+
+namespace veldan::eval {
+
+namespace {
+
+using Photos = std::vector<const DamagedPhoto*>;
+
+int tenth(double level) {
+    return level > 0 ? std::max(1, static_cast<int>(std::lround(level * 10))) : 0;
+}
+
+/** Photos without a score count with this one, or not at all. */
+double fallOfScore(const Photos& photos, std::optional<int> ofMissed = std::nullopt) {
+    std::vector<double> levels;
+    std::vector<double> scores;
+    for (const DamagedPhoto* photo : photos) {
+        if (photo->score || ofMissed) {
+            levels.push_back(photo->level);
+            scores.push_back(photo->score ? *photo->score : *ofMissed);
+        }
+    }
+    return 0 - rankCorrelation(levels, scores).value_or(0);
+}
+
+std::vector<double> fallsBySource(const Photos& photos) {
+    std::map<std::string, Photos> sources;
+    for (const DamagedPhoto* photo : photos) {
+        if (photo->score)
+            sources[photo->source].push_back(photo);
+    }
+    std::vector<double> falls;
+    for (const auto& [source, group] : sources) {
+        std::set<double> levels;
+        for (const DamagedPhoto* photo : group)
+            levels.insert(photo->level);
+        if (levels.size() >= 3)
+            falls.push_back(fallOfScore(group));
+    }
+    return falls;
+}
+
+std::map<int, DamageFigures::Level> levelsOf(const Photos& photos) {
+    std::map<int, DamageFigures::Level> levels;
+    std::map<int, std::vector<double>> scores;
+    for (const DamagedPhoto* photo : photos) {
+        DamageFigures::Level& level = levels[tenth(photo->level)];
+        ++level.photos;
+        if (photo->score)
+            scores[tenth(photo->level)].push_back(*photo->score);
+        else
+            ++level.missed;
+    }
+    for (auto& [place, level] : levels)
+        level.meanScore = mean(scores[place]);
+    return levels;
+}
+
+std::size_t missedOf(const Photos& photos) {
+    return static_cast<std::size_t>(
+        std::count_if(photos.begin(), photos.end(), [](const DamagedPhoto* photo) { return !photo->score; }));
+}
+
+/** Not more than count of them, evenly over the list. */
+Photos thinned(const Photos& photos, std::size_t count) {
+    if (photos.size() <= count)
+        return photos;
+    Photos result;
+    for (std::size_t i = 0; i < count; ++i)
+        result.push_back(photos[i * photos.size() / count]);
+    return result;
+}
+
+/** The photos of a kind with the undamaged ones that it starts from; the correlations of its sources are added to
+ * falls. */
+DamageFigures figuresOf(const std::string& kind, Photos photos, const Photos& undamaged, std::vector<double>& falls) {
+    const bool ownStart =
+        std::any_of(photos.begin(), photos.end(), [](const DamagedPhoto* photo) { return photo->level == 0; });
+    Photos compared = photos;
+    if (!ownStart) {
+        std::size_t largest = 0;
+        for (const auto& [place, level] : levelsOf(photos))
+            largest = std::max(largest, level.photos);
+        const Photos start = thinned(undamaged, largest);
+        compared.insert(compared.end(), start.begin(), start.end());
+        photos.insert(photos.end(), undamaged.begin(), undamaged.end());
+    }
+    DamageFigures figures;
+    figures.kind = kind;
+    figures.photos = compared.size();
+    figures.missed = missedOf(compared);
+    figures.pooled = fallOfScore(compared);
+    figures.pooledWithMissed = fallOfScore(compared, 0);
+    const std::vector<double> here = fallsBySource(photos);
+    falls.insert(falls.end(), here.begin(), here.end());
+    figures.bySource = mean(here);
+    figures.bySourceMedian = median(here);
+    figures.sources = here.size();
+    figures.levels = levelsOf(photos);
+    return figures;
+}
+
+UndamagedFigures undamagedFigures(const std::string& kind, const Photos& photos, int good) {
+    UndamagedFigures figures;
+    figures.kind = kind;
+    figures.photos = photos.size();
+    figures.missed = missedOf(photos);
+    std::vector<double> scores;
+    for (const DamagedPhoto* photo : photos) {
+        if (photo->score)
+            scores.push_back(*photo->score);
+    }
+    figures.good = static_cast<std::size_t>(
+        std::count_if(scores.begin(), scores.end(), [&](double score) { return score >= good; }));
+    figures.meanScore = mean(scores);
+    return figures;
+}
+
+} // namespace
+
+std::vector<DamagedPhoto> readDamagedPhotos(const std::filesystem::path& path) {
+    std::vector<DamagedPhoto> photos;
+    readTable(path, 4, [&](const TableRow& row) {
+        const double level = row.number(3);
+        if (!(level >= 0 && level <= 1))
+            row.fail("a level of " + row.text(3) + " is not between 0 and 1");
+        photos.push_back({row.text(0), row.text(1), row.text(2), level, std::nullopt});
+    });
+    return photos;
+}
+
+QualityFigures qualityFigures(const std::vector<DamagedPhoto>& photos, int good) {
+    std::vector<std::string> kinds;
+    std::map<std::string, Photos> byKind;
+    std::map<std::string, Photos> undamagedByKind;
+    Photos all;
+    Photos undamaged;
+    for (const DamagedPhoto& photo : photos) {
+        if (byKind.count(photo.kind) == 0)
+            kinds.push_back(photo.kind);
+        byKind[photo.kind].push_back(&photo);
+        all.push_back(&photo);
+        if (photo.level == 0) {
+            undamagedByKind[photo.kind].push_back(&photo);
+            undamaged.push_back(&photo);
+        }
+    }
+
+    QualityFigures figures;
+    std::vector<double> falls;
+    for (const std::string& kind : kinds) {
+        if (undamagedByKind.count(kind) > 0)
+            figures.undamaged.push_back(undamagedFigures(kind, undamagedByKind[kind], good));
+        if (undamagedByKind[kind].size() == byKind[kind].size())
+            continue;
+        figures.damage.push_back(figuresOf(kind, byKind[kind], undamagedByKind[noDamage], falls));
+    }
+    // Each source with each kind by itself, though several were made from one photo.
+    const std::vector<double> series = falls;
+    DamageFigures total = figuresOf("all", all, {}, falls);
+    total.bySource = mean(series);
+    total.bySourceMedian = median(series);
+    total.sources = series.size();
+    figures.damage.push_back(total);
+    figures.undamaged.push_back(undamagedFigures("all", undamaged, good));
+    return figures;
+}
+
+nlohmann::ordered_json QualityFigures::toJson() const {
+    nlohmann::ordered_json kinds = nlohmann::ordered_json::array();
+    for (const DamageFigures& kind : damage) {
+        nlohmann::ordered_json levels = nlohmann::ordered_json::array();
+        for (const auto& [place, level] : kind.levels) {
+            levels.push_back({{"level", place / 10.0},
+                              {"photos", level.photos},
+                              {"missed", level.missed},
+                              {"meanScore", level.meanScore}});
+        }
+        kinds.push_back({{"kind", kind.kind},
+                         {"photos", kind.photos},
+                         {"missed", kind.missed},
+                         {"pooled", kind.pooled},
+                         {"pooledWithMissed", kind.pooledWithMissed},
+                         {"bySource", kind.bySource},
+                         {"bySourceMedian", kind.bySourceMedian},
+                         {"sources", kind.sources},
+                         {"levels", levels}});
+    }
+    nlohmann::ordered_json starts = nlohmann::ordered_json::array();
+    for (const UndamagedFigures& kind : undamaged) {
+        starts.push_back({{"kind", kind.kind},
+                          {"photos", kind.photos},
+                          {"missed", kind.missed},
+                          {"good", kind.good},
+                          {"meanScore", kind.meanScore}});
+    }
+    return {{"damage", kinds}, {"undamaged", starts}};
+}
+
+} // namespace veldan::eval

@@ -1,0 +1,317 @@
+// The arithmetic behind the figures of corners, masks, quality and liveness.
+
+#include "alignment.hpp"
+#include "cli/run_command.hpp"
+#include "corner_figures.hpp"
+#include "known_faces.hpp"
+#include "liveness_figures.hpp"
+#include "mask_figures.hpp"
+#include "quality_figures.hpp"
+#include "statistics.hpp"
+
+#include <veldan/align.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace veldan::eval;
+using testing::DoubleEq;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Optional;
+
+TEST(Statistics, RankCorrelationSharesEqualRanks) {
+    EXPECT_THAT(ranks({10, 20, 20, 5, 20}), ElementsAre(2, 4, 4, 1, 4));
+    EXPECT_THAT(rankCorrelation({1, 2, 3, 4}, {10, 300, 20, 4000}), Optional(testing::DoubleNear(0.8, 1e-12)));
+    // Ranks 1, 2.5, 2.5, 4, 5 and 4.5, 4.5, 3, 1.5, 1.5: -8.25 / root of 9.5 x 9.
+    EXPECT_THAT(rankCorrelation({1, 2, 2, 3, 4}, {5, 5, 3, 1, 1}),
+                Optional(testing::DoubleNear(-8.25 / std::sqrt(85.5), 1e-12)));
+    EXPECT_EQ(rankCorrelation({1, 2, 3}, {7, 7, 7}), std::nullopt);
+    EXPECT_EQ(rankCorrelation({1}, {2}), std::nullopt);
+}
+
+TEST(Statistics, QuantilesLieBetweenNeighbours) {
+    EXPECT_DOUBLE_EQ(quantile({8, 1, 4, 2}, 0.9), 6.8);
+    EXPECT_DOUBLE_EQ(quantile({8, 1, 4, 2}, 1), 8);
+    EXPECT_DOUBLE_EQ(median({8, 1, 4, 2}), 3);
+    EXPECT_DOUBLE_EQ(median({}), 0);
+}
+
+TEST(Statistics, AreaCountsPairs) {
+    EXPECT_THAT(areaUnderCurve({90, 70, 50}, {50, 20}), Optional(DoubleEq(5.5 / 6)));
+    EXPECT_THAT(areaUnderCurve({3, 3}, {3}), Optional(DoubleEq(0.5)));
+    EXPECT_EQ(areaUnderCurve({1}, {}), std::nullopt);
+}
+
+class AlignedSquares : public testing::TestWithParam<FivePoints> {};
+
+// In a picture whose blue is its column and whose green is its row, a crop shows where it was taken.
+TEST_P(AlignedSquares, LieWhereTheLibraryCuts) {
+    std::vector<unsigned char> picture(256 * 256 * 3);
+    for (std::size_t i = 0; i < picture.size(); i += 3) {
+        picture[i] = static_cast<unsigned char>(i / 3 % 256);
+        picture[i + 1] = static_cast<unsigned char>(i / 3 / 256);
+    }
+    std::vector<float> points;
+    for (const Point& point : GetParam())
+        points.insert(points.end(), {static_cast<float>(point.x), static_cast<float>(point.y)});
+    std::vector<unsigned char> crop(112 * 112 * 3);
+    alignface_pinv(picture.data(), 256, 256, crop.data(), 112, 112, points.data());
+
+    const auto square = alignedSquare(GetParam());
+    ASSERT_TRUE(square);
+    EXPECT_NEAR(square->first.x, crop[0], 1);
+    EXPECT_NEAR(square->first.y, crop[1], 1);
+    // The last pixel of the crop is (111, 111); the second corner is a pixel further along the diagonal.
+    const std::size_t last = crop.size() - 3;
+    EXPECT_NEAR(square->second.x - (square->second.x - square->first.x) / 112, crop[last], 1);
+    EXPECT_NEAR(square->second.y - (square->second.y - square->first.y) / 112, crop[last + 1], 1);
+    EXPECT_NEAR(square->side * std::sqrt(2), distance(square->first, square->second), 1e-9);
+}
+
+INSTANTIATE_TEST_SUITE_P(Faces, AlignedSquares,
+                         testing::Values(FivePoints{{{100, 110}, {150, 108}, {126, 140}, {105, 170}, {148, 168}}},
+                                         FivePoints{{{110, 90}, {150, 120}, {115, 130}, {85, 135}, {120, 160}}},
+                                         FivePoints{{{140, 90}, {120, 150}, {100, 115}, {80, 95}, {75, 140}}},
+                                         FivePoints{{{120, 120}, {130, 120}, {125, 127}, {121, 131}, {129, 131}}}));
+
+TEST(AlignedSquares, TellTurnAndSide) {
+    // The template at twice its size, turned by 30 degrees clockwise.
+    FivePoints points = {
+        {{38.2946, 51.6953}, {73.5318, 51.5014}, {56.0252, 71.7366}, {41.5493, 92.3655}, {70.7299, 92.2041}}};
+    const double c = std::sqrt(3.0);
+    for (Point& point : points)
+        point = {c * point.x - point.y + 300, point.x + c * point.y + 40};
+    const auto square = alignedSquare(points);
+    ASSERT_TRUE(square);
+    EXPECT_NEAR(square->first.x, 300, 1e-9);
+    EXPECT_NEAR(square->first.y, 40, 1e-9);
+    EXPECT_NEAR(square->second.x, 300 + 112 * (c - 1), 1e-9);
+    EXPECT_NEAR(square->second.y, 40 + 112 * (c + 1), 1e-9);
+    EXPECT_NEAR(square->side, 224, 1e-9);
+    EXPECT_NEAR(square->angle, 30, 1e-9);
+    EXPECT_FALSE(alignedSquare({{{5, 5}, {5, 5}, {5, 5}, {5, 5}, {5, 5}}}));
+}
+
+TEST(CornerErrors, AreSharesOfTheSide) {
+    EXPECT_DOUBLE_EQ(cornerError({13, 14}, {110, 121}, {{10, 10}, {110, 110}, 100, 0}), 0.08);
+    CornerFigures figures;
+    for (const double error : {0.05, 0.01, 0.03})
+        figures.add({error, 2 * error, 3 * error, error > 0.02});
+    figures.addMissed();
+    EXPECT_EQ(figures.faces(), 4U);
+    EXPECT_EQ(figures.missed(), 1U);
+    EXPECT_EQ(figures.shifted(), 2U);
+    EXPECT_DOUBLE_EQ(figures.twoPoints().median, 0.03);
+    EXPECT_DOUBLE_EQ(figures.againstFive().mean, 0.06);
+    EXPECT_DOUBLE_EQ(figures.fivePoints().ninetieth, 0.138);
+}
+
+TEST(CornerErrors, TakeTheShiftOfPointsFromTheLargestOvershoot) {
+    EXPECT_EQ(shiftOfPoints(20, 30, 80, 100, 640, 480), 0);
+    EXPECT_EQ(shiftOfPoints(0, 30, 80, 100, 640, 480), 10);
+    EXPECT_EQ(shiftOfPoints(600, 430, 40, 50, 640, 480), 5);
+    EXPECT_EQ(shiftOfPoints(5, 460, 60, 20, 640, 480), 20);
+    EXPECT_EQ(shiftOfPoints(50, 0, 101, 60, 640, 480), 20); // -41 / 2 is cut off to -20
+}
+
+LabelledPhoto photoOf(const std::string& file) {
+    LabelledPhoto photo;
+    photo.file = file;
+    return photo;
+}
+
+FivePoints spread(double x, double y) {
+    return {{{x, y}, {x, y}, {x, y}, {x, y}, {x, y}}};
+}
+
+TEST(KnownFaces, TakePointsOfPeopleWhereTheyAgree) {
+    LabelledPhoto photo = photoOf("a.webp");
+    photo.faces = {{{0, 0, 100, 100}, spread(50, 50), 0.9},
+                   {{200, 0, 100, 100}, spread(250, 50), 0.6},
+                   {{0, 200, 90, 90}, spread(45, 245), 0.59},
+                   {{300, 300, 39, 40}, spread(320, 320), 0.9}};
+    photo.personPoints = spread(50, 69);
+    std::vector<PointedFace> faces = facesWithPoints(photo, {});
+    ASSERT_EQ(faces.size(), 2U);
+    EXPECT_TRUE(faces[0].pointsByPeople);
+    EXPECT_EQ(faces[0].points[3].y, 69);
+    EXPECT_FALSE(faces[1].pointsByPeople);
+    EXPECT_EQ(faces[1].points[0].x, 250);
+
+    photo.personPoints = spread(50, 71); // more than a fifth of the height away: the teacher is believed
+    faces = facesWithPoints(photo, {});
+    EXPECT_FALSE(faces[0].pointsByPeople);
+    EXPECT_EQ(faces[0].points[3].y, 50);
+}
+
+TEST(KnownFaces, TakeClassesFromBoxesAndNames) {
+    LabelledPhoto crowd = photoOf("with_mask_like_name.webp");
+    crowd.faces = {{{0, 0, 100, 100}, {}, 0.9}, {{200, 0, 100, 100}, {}, 0.9}};
+    crowd.personBoxes = {{{0, 0, 100, 60}, withoutMask}, {{400, 0, 100, 100}, withMask}, {{0, 300, 30, 30}, withMask}};
+    EXPECT_EQ(facesWithPoints(crowd, {})[0].category, withoutMask);
+    std::vector<ClassedFace> classed = facesWithClass(crowd, {});
+    ASSERT_EQ(classed.size(), 2U); // without the small one
+    EXPECT_EQ(classed[1].category, withMask);
+    EXPECT_EQ(classed[1].box->x, 400);
+
+    LabelledPhoto close = photoOf("without_mask_7.webp");
+    close.faces = {{{0, 0, 50, 50}, {}, 0.9}, {{200, 0, 100, 100}, {}, 0.9}, {{200, 0, 300, 300}, {}, 0.5}};
+    EXPECT_EQ(facesWithPoints(close, {})[0].category, "");
+    EXPECT_EQ(facesWithPoints(close, {})[1].category, withoutMask);
+    classed = facesWithClass(close, {});
+    ASSERT_EQ(classed.size(), 1U);
+    EXPECT_EQ(classed[0].category, withoutMask);
+    EXPECT_EQ(classed[0].box->width, 100);
+    FaceRules large;
+    large.leastSize = 101;
+    EXPECT_TRUE(facesWithClass(close, large).empty());
+    close.faces.clear();
+    ASSERT_EQ(facesWithClass(close, {}).size(), 1U);
+    EXPECT_FALSE(facesWithClass(close, {})[0].box);
+    EXPECT_TRUE(facesWithClass(photoOf("portrait.webp"), {}).empty());
+}
+
+TEST(MaskFigures, CountFoundFacesOfTheTwoClasses) {
+    MaskFigures first;
+    for (const int score : {41, 99, 40})
+        first.add(withMask, score, 41);
+    first.add(withMask, std::nullopt, 41);
+    MaskFigures second;
+    second.add(withoutMask, 0, 41);
+    second.add(maskWornWrong, 80, 41);
+    second.add(maskWornWrong, 3, 41);
+    EXPECT_THAT(first.accuracy(), Optional(DoubleEq(2.0 / 3)));
+    EXPECT_EQ(second.accuracy(), 1);
+    first.add(second);
+    EXPECT_THAT(first.accuracy(), Optional(DoubleEq(0.75)));
+    EXPECT_THAT(first.maskedShare(maskWornWrong), Optional(DoubleEq(0.5)));
+    EXPECT_EQ(first.faces(), 7U);
+    EXPECT_EQ(first.count(withMask).missed, 1U);
+    EXPECT_EQ(first.toJson().at("classes").at(withMask).at("judgedBare"), 1);
+    EXPECT_EQ(MaskFigures().accuracy(), std::nullopt);
+}
+
+TEST(QualityFigures, CorrelateByKindAndSource) {
+    // Two sources; the first falls without exception, the second rises once. One face is not found.
+    const std::vector<DamagedPhoto> photos = {
+        {"", "a", "none", 0, 90},           {"", "b", "none", 0, 80},    {"", "c", "masked", 0, 30},
+        {"", "a", "blur", 0.5, 60},         {"", "a", "blur", 1, 10},    {"", "b", "blur", 0.5, 85},
+        {"", "b", "blur", 1, std::nullopt}, {"", "d", "pose", 0.12, 50}, {"", "e", "pose", 0.33, 40},
+    };
+    const QualityFigures figures = qualityFigures(photos, 60);
+    ASSERT_EQ(figures.damage.size(), 3U);
+    const DamageFigures& blur = figures.damage[0];
+    EXPECT_EQ(blur.kind, "blur");
+    EXPECT_EQ(blur.photos, 6U);
+    EXPECT_EQ(blur.missed, 1U);
+    // Levels rank 1.5, 1.5, 3.5, 3.5, 5, scores 5, 3, 2, 4, 1: -7 / root of 9 x 10; then with a sixth photo.
+    EXPECT_NEAR(blur.pooled, 7 / std::sqrt(90), 1e-12);
+    EXPECT_NEAR(blur.pooledWithMissed, 0.8366600265340757, 1e-12);
+    EXPECT_EQ(blur.sources, 1U); // b has two levels with a score
+    EXPECT_DOUBLE_EQ(blur.bySource, 1);
+    EXPECT_DOUBLE_EQ(blur.levels.at(5).meanScore, 72.5);
+    EXPECT_EQ(blur.levels.at(10).missed, 1U);
+
+    // The largest tenth of poses has one photo, so one undamaged one is the start: 90, 50, 40.
+    const DamageFigures& pose = figures.damage[1];
+    EXPECT_EQ(pose.photos, 3U);
+    EXPECT_DOUBLE_EQ(pose.pooled, 1);
+    EXPECT_EQ(pose.sources, 0U);
+    EXPECT_EQ(pose.levels.at(0).photos, 2U);
+    EXPECT_EQ(pose.levels.at(1).photos, 1U);
+
+    EXPECT_EQ(figures.damage[2].kind, "all");
+    EXPECT_EQ(figures.damage[2].photos, 9U);
+    ASSERT_EQ(figures.undamaged.size(), 3U); // none, masked, all
+    EXPECT_EQ(figures.undamaged[0].good, 2U);
+    EXPECT_EQ(figures.undamaged[1].good, 0U);
+    EXPECT_EQ(figures.undamaged[2].photos, 3U);
+    EXPECT_NEAR(figures.undamaged[2].meanScore, 200.0 / 3, 1e-12);
+}
+
+TEST(QualityFigures, HoldAConstantScoreToFollowNothing) {
+    const QualityFigures figures =
+        qualityFigures({{"", "a", "noise", 0, 50}, {"", "a", "noise", 0.01, 50}, {"", "a", "noise", 1, 50}}, 60);
+    EXPECT_EQ(figures.damage[0].pooled, 0);
+    EXPECT_EQ(figures.damage[0].bySource, 0);
+    EXPECT_EQ(figures.damage[0].sources, 1U);
+    EXPECT_EQ(figures.damage[0].levels.count(1), 1U); // however slight, not with the undamaged ones
+}
+
+LivenessPhoto shown(bool attack, const std::string& kind, std::optional<int> score) {
+    return {"", false, attack, kind, false, score};
+}
+
+TEST(LivenessFigures, AreErrorRatesAtTheThreshold) {
+    const LivenessFigures figures = livenessFigures(
+        {shown(true, "print", 49), shown(true, "print", 50), shown(true, "print", 10), shown(true, "print", 0),
+         shown(true, "screen", 90), shown(true, "screen", std::nullopt), shown(false, "plain", 50),
+         shown(false, "plain", 49), shown(false, "plain", std::nullopt), shown(false, "camera", 95)},
+        50);
+    EXPECT_THAT(figures.rates.apcer, Optional(DoubleEq(0.4)));
+    EXPECT_THAT(figures.rates.bpcer, Optional(DoubleEq(1.0 / 3)));
+    EXPECT_THAT(figures.rates.acer(), Optional(DoubleEq(11.0 / 30)));
+    EXPECT_EQ(figures.worstKind, "screen");
+    EXPECT_THAT(figures.apcerOfWorst, Optional(DoubleEq(1)));
+    ASSERT_EQ(figures.kinds.size(), 4U);
+    EXPECT_EQ(figures.kinds[1].missed, 1U);
+    EXPECT_EQ(figures.kinds[1].photos, 1U);
+    EXPECT_THAT(figures.kinds[0].rate(), Optional(DoubleEq(0.25)));
+    // Of 15 pairs 95 wins five, 50 three and a half, 49 two and a half.
+    EXPECT_THAT(figures.area, Optional(DoubleEq(11.0 / 15)));
+    for (const LivenessRates& rates : figures.table) {
+        if (rates.threshold == 10) {
+            EXPECT_THAT(rates.apcer, Optional(DoubleEq(0.8)));
+            EXPECT_THAT(rates.bpcer, Optional(DoubleEq(0)));
+        }
+    }
+    const LivenessFigures onlyLive = livenessFigures({shown(false, "plain", 80)}, 50);
+    EXPECT_EQ(onlyLive.rates.apcer, std::nullopt);
+    EXPECT_EQ(onlyLive.rates.acer(), std::nullopt);
+}
+
+struct Table {
+    enum Kind { Quality, Attacks, Spoof } kind;
+    std::string text;
+    const char* message;
+};
+
+class FaultyTables : public testing::TestWithParam<Table> {};
+
+TEST_P(FaultyTables, AreRefusedWithFileAndLine) {
+    const ScratchFolder folder;
+    const Table& table = GetParam();
+    writeBytes(folder / "photos.csv", {table.text.begin(), table.text.end()});
+    try {
+        if (table.kind == Table::Quality)
+            readDamagedPhotos(folder / "photos.csv");
+        else if (table.kind == Table::Attacks)
+            readAttackPhotos(folder / "photos.csv");
+        else
+            readSpoofPhotos(folder / "photos.csv", "set2");
+        FAIL() << "accepted";
+    } catch (const std::runtime_error& error) {
+        EXPECT_THAT(error.what(), HasSubstr(table.message));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Tables, FaultyTables,
+    testing::Values(Table{Table::Quality, "file,source,kind,level\na.png,a,blur,1.01\n",
+                          "photos.csv:2: a level of 1.01"},
+                    Table{Table::Quality, "a.png,a,blur,nan\n", "a level of nan"},
+                    Table{Table::Quality, "a.png,a,blur,\n", "\"\" is not a number"},
+                    Table{Table::Attacks, "a.png,dark,live,plain,0\n", "\"dark\" is none of visible, nir"},
+                    Table{Table::Attacks, "a.png,nir,dead,plain,0\n", "\"dead\" is none of live, attack"},
+                    Table{Table::Attacks, "a.png,nir,live,plain,yes\n", "\"yes\" is none of 0, 1"},
+                    Table{Table::Spoof, "a.png,set1,livid\n", "\"livid\" is none of"}));
+
+} // namespace
