@@ -29,14 +29,30 @@ def noise(rng, image, box, level):
     return np.clip(image + grain, 0, 255).astype(np.uint8)
 
 
+def _face_light(image, box):
+    """A small grey picture of the face, to judge its exposure."""
+    x, y, w, h = (int(v) for v in box)
+    piece = image[max(y, 0):max(y, 0) + max(h, 1), max(x, 0):max(x, 0) + max(w, 1)]
+    return cv2.resize(piece, (24, 24), interpolation=cv2.INTER_AREA).astype(np.float32).mean(2)
+
+
 def dark(rng, image, box, level):
-    gain = np.exp(np.log(0.05) * level)
+    """Darkens the face, however light it was, towards a mean of 5."""
+    mean = max(float(_face_light(image, box).mean()), 6.0)
+    gain = (5.0 / mean) ** level
     grain = rng.normal(0, 4.0 * level, image.shape)
     return np.clip(image * gain + grain, 0, 255).astype(np.uint8)
 
 
 def bright(rng, image, box, level):
-    return np.clip(image * (1 + 3.5 * level) + 70 * level, 0, 255).astype(np.uint8)
+    """Exposes the face, however dark it was, until the share `level` of what is not burnt out yet is."""
+    light = _face_light(image, box)
+    burnt = float((light >= 245).mean())
+    wanted, low, high = burnt + (0.97 - burnt) * level, 0.0, 30.0
+    for _ in range(14):
+        middle = (low + high) / 2
+        low, high = (middle, high) if (light * (1 + middle) + 8 * middle >= 245).mean() < wanted else (low, middle)
+    return np.clip(image * (1 + low) + 8 * low, 0, 255).astype(np.uint8)
 
 
 def low_resolution(rng, image, box, level):
