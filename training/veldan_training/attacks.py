@@ -323,5 +323,5 @@ def camera(rng, image, worst=1.0):
         x = x + (x - cv2.GaussianBlur(x, (0, 0), 1.2)) * np.float32(rng.uniform(0.3, 1.2))
     x = np.clip(x, 0, 255).astype(np.uint8)
     if rng.random() < 0.6:
-        x = cv2.imdecode(cv2.imencode(".jpg", x, [cv2.IMWRITE_JPEG_QUALITY, int(rng.integers(30, 96))])[1], 1 if x.ndim == 3 else 0)
+        x = cv2.imdecode(cv2.imencode(".jpg", x, [cv2.IMWRITE_JPEG_QUALITY, int(rng.integers(90 - int(50 * worst), 97))])[1], 1 if x.ndim == 3 else 0)
     return x

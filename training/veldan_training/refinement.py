@@ -12,7 +12,7 @@ NEGATIVE, PART, POSITIVE = 0, -1, 1
 FRAME_SIDES = [640, 640, 480, 800]  # the photo's longer side while boxes are mined
 
 
-def face_packs(data, packs=("utk", "pins", "celeba", "nomask"), limit=None):
+def face_packs(data, packs=("utk", "pins", "celeba"), limit=None):
     """The aligned faces as photos of one face each; the box follows from the points."""
     out = []
     for pack in packs:
@@ -29,14 +29,22 @@ def face_packs(data, packs=("utk", "pins", "celeba", "nomask"), limit=None):
     return out
 
 
+def _squares(boxes):
+    side = np.maximum(boxes[:, 2], boxes[:, 3])
+    return np.stack([boxes[:, 0] + boxes[:, 2] / 2 - side / 2, boxes[:, 1] + boxes[:, 3] / 2 - side / 2, side, side], 1)
+
+
+def score_target(iou):
+    """Rises with the overlap: of nested boxes the suppression behind the network keeps the one that scores best, and on a
+    close-up a box of half the face looks as much like a face as the right one does."""
+    return min(max((iou - 0.3) / 0.4, 0.0), 1.0)
+
+
 def classify(box, photo):
     """(label, face index) of a squared box x, y, side in photo coordinates; None when it should not be used."""
     if len(photo.boxes) == 0:
         return NEGATIVE, -1
-    side = np.maximum(photo.boxes[:, 2], photo.boxes[:, 3])
-    squares = np.stack([photo.boxes[:, 0] + photo.boxes[:, 2] / 2 - side / 2,
-                        photo.boxes[:, 1] + photo.boxes[:, 3] / 2 - side / 2, side, side], 1)
-    iou = photos.overlap((box[0], box[1], box[2], box[2]), squares)
+    iou = photos.overlap((box[0], box[1], box[2], box[2]), _squares(photo.boxes))
     best = int(iou.argmax())
     if iou[best] >= 0.35:
         if not photo.certain[best]:
@@ -77,7 +85,7 @@ def _cumulative(weight):
 
 
 class Crops(torch.utils.data.IterableDataset):
-    """Endless augmented crops: image, label, box target, points target, weight of the points."""
+    """Endless augmented crops: image, label, score target, box target, points target, weight of the points."""
 
     def __init__(self, photo_list, face_list, rows, size, seed, correction):
         self.photos, self.faces, self.size, self.seed = photo_list, face_list, size, seed
@@ -161,9 +169,10 @@ class Crops(torch.utils.data.IterableDataset):
         def into(points):  # photo -> crop pixels
             return (points - centre) @ inverse.T + size / 2
 
-        bbox, target, weight, mapped = np.zeros(4, np.float32), np.zeros(10, np.float32), 0.0, None
+        bbox, target, weight, mapped, score = np.zeros(4, np.float32), np.zeros(10, np.float32), 0.0, None, 0.0
         if face >= 0:
             x, y, w, h = photo.boxes[face]
+            score = score_target(photos.overlap((*box[:2], side, side), _squares(photo.boxes[face:face + 1]))[0])
             unit = step / side                                # crop pixels -> sides
             c = into(np.array([x + w / 2, y + h / 2])) * unit
             hw, hh = w / side / 2, h / side / 2
@@ -188,7 +197,7 @@ class Crops(torch.utils.data.IterableDataset):
                 w, h = photo.boxes[face, 2] / step, photo.boxes[face, 3] / step
                 image = augment.occlude(rng, image, (x - w / 2, y - h / 2, w, h))
         image = augment.resolution(rng, image)
-        return np.ascontiguousarray(image.transpose(2, 0, 1)), label, bbox, target, np.float32(weight)
+        return np.ascontiguousarray(image.transpose(2, 0, 1)), label, np.float32(score), bbox, target, np.float32(weight)
 
 
 class Correction:

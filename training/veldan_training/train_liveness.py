@@ -56,9 +56,9 @@ def render(rng, face, kind, infrared, scenery=None, turn=10, dress=True):
 
 def cut(rng, p, masked, unit, infrared, spread=1.0):
     """What the engine hands to the network, as the detector and a camera at some distance bring it about."""
-    scale = np.exp(rng.uniform(np.log(64), np.log(unit))) / unit
+    scale = np.exp(rng.uniform(np.log(76), np.log(max(unit, 77)))) / unit
     image = cv2.resize(p.image, None, fx=scale, fy=scale, interpolation=cv2.INTER_AREA)
-    image = attacks.camera(rng, image)
+    image = attacks.camera(rng, image, 0.6)  # worse ones wipe out what tells an attack, and teach nothing
     scale = image.shape[0] / p.image.shape[0]
     points = p.points * scale + rng.normal(0, 0.015 * spread, 2) * unit * scale
     if masked:

@@ -3,9 +3,10 @@ import cv2
 import numpy as np
 import torch
 
-from . import augment, coverings, damage, faces, photos, running
+from . import coverings, damage, faces, photos, running
 
 SIZE = 24
+CUTS = 2             # boxes set around the same damaged face
 BEST = 0.97          # what an undamaged face should get
 MASK_LEVEL = 0.12    # a well worn mask is no reason to refuse a face: masked faces have a recognizer of their own
 SUNGLASSES_LEVEL = 0.25
@@ -35,9 +36,9 @@ def good(found, share=0.8, least=60):
 
 
 def sample(rng, face, damages, plain=False, scenery=None):
-    """Crop and the level of all damages [(kind, level)] and of the head's turn together."""
-    side = np.exp(rng.uniform(np.log(45), np.log(max(50.0, min(face.side * 1.1, 220)))))
-    p = faces.patch(rng, face, side, 0 if plain else 8)
+    """Crops and the level of all damages [(kind, level)] and of the head's turn together."""
+    side = np.exp(rng.uniform(np.log(45), np.log(max(50.0, min(face.side * 1.1, 160)))))
+    p = faces.patch(rng, face, side, 0 if plain else 8, reach=0.7)
     image, box = p.image, p.box
     left = 1 - damage.pose_level(p.points)
     if face.mask > 0:
@@ -59,9 +60,12 @@ def sample(rng, face, damages, plain=False, scenery=None):
         left *= 1 - level
     if not plain and rng.random() < 0.2:
         image = cv2.imdecode(cv2.imencode(".jpg", image, [cv2.IMWRITE_JPEG_QUALITY, int(rng.integers(60, 95))])[1], 1)
-    x, y, w, h = faces.detector_box(rng, box)
-    x1, y1, x2, y2 = max(x, 0), max(y, 0), min(x + w, image.shape[1]), min(y + h, image.shape[0])
-    return faces.clipped_crop(image, x1, y1, max(x2 - x1, 2), max(y2 - y1, 2), SIZE), 1 - left
+    crops = []
+    for _ in range(1 if plain else CUTS):
+        x, y, w, h = faces.detector_box(rng, box)
+        x1, y1, x2, y2 = max(x, 0), max(y, 0), min(x + w, image.shape[1]), min(y + h, image.shape[0])
+        crops.append(faces.clipped_crop(image, x1, y1, max(x2 - x1, 2), max(y2 - y1, 2), SIZE))
+    return crops, 1 - left
 
 
 class Crops(torch.utils.data.IterableDataset):
@@ -79,14 +83,15 @@ class Crops(torch.utils.data.IterableDataset):
             if rng.random() < 0.03:  # what is no face has no quality
                 h, w = scenery.shape[:2]
                 side = int(rng.integers(20, min(h, w)))
-                crop = faces.clipped_crop(scenery, int(rng.integers(0, w - side + 1)), int(rng.integers(0, h - side + 1)), side, side, SIZE)
+                crops = [faces.clipped_crop(scenery, int(rng.integers(0, w - side + 1)), int(rng.integers(0, h - side + 1)), side, side, SIZE)]
                 level = 1.0
             else:
                 face = self.bases[min(int(np.searchsorted(self.weight, rng.random())), len(self.bases) - 1)]
                 count = int(np.searchsorted([0.25, 0.82, 1.0], rng.random()))
                 chosen = rng.choice(damage.KINDS, count, replace=False)
-                crop, level = sample(rng, face, [(k, float(rng.uniform(0, 1))) for k in chosen], scenery=scenery)
-            yield np.ascontiguousarray(crop.transpose(2, 0, 1)), np.float32(BEST * (1 - level) + 0.01)
+                crops, level = sample(rng, face, [(k, float(rng.uniform(0, 1))) for k in chosen], scenery=scenery)
+            for crop in crops:
+                yield np.ascontiguousarray(crop.transpose(2, 0, 1)), np.float32(BEST * (1 - level) + 0.01)
 
 
 def train(args, network):
@@ -120,7 +125,7 @@ def report(args, network):
     levels = (0.2, 0.4, 0.6, 0.8, 1.0)
 
     def scores(group, damages):
-        crops = np.stack([sample(rng, f, damages, plain=True)[0] for f in group])
+        crops = np.stack([sample(rng, f, damages, plain=True)[0][0] for f in group])
         with torch.no_grad():
             out = network((torch.from_numpy(crops).permute(0, 3, 1, 2).float() - 127.5) / 128)[0]
         return 100 * torch.softmax(out, 1)[:, 1].numpy()

@@ -13,10 +13,11 @@ RECIPE = {  # steps, learning rate, mining threshold of the score in front
 }
 
 
-def loss(outputs, labels, boxes, points, weights, hard_share=0.7):
+def loss(outputs, labels, scores, boxes, points, weights, hard_share=0.7):
     """Cross entropy over the hardest crops, smooth L1 on boxes of faces and part faces, L1 on their points."""
-    used = labels >= 0
-    ce = F.cross_entropy(outputs[0][used], labels[used], reduction="none")
+    ce = F.binary_cross_entropy_with_logits(outputs[0][:, 1] - outputs[0][:, 0], scores, reduction="none")
+    # What the target itself costs is not the network's fault, and must not make a crop a hard one.
+    ce = ce - F.binary_cross_entropy(scores, scores, reduction="none")
     score = ce.topk(max(1, int(hard_share * len(ce)))).values.mean()
     face = (labels != 0)
     box = F.smooth_l1_loss(outputs[1][face], boxes[face], beta=0.05) if face.any() else outputs[1].sum() * 0
@@ -64,8 +65,8 @@ def train(args, network):
     run = running.Run(args, network, steps=args.steps or steps, rate=args.rate or rate)
     data = refinement.Crops(train_photos, faces, rows, network.definition.input_size[0], args.seed + run.step, correction)
     loader = torch.utils.data.DataLoader(data, batch_size=128, num_workers=args.workers)
-    for (images, labels, boxes, points, weights), schedule in run.over(loader):
-        network.bfloat16 = not args.single and run.step < 0.85 * run.steps
-        parts = loss(network((images.float() - 127.5) / 128), labels, boxes, points, weights)
+    for (images, labels, scores, boxes, points, weights), schedule in run.over(loader):
+        network.bfloat16 = not args.single and run.step < 0.95 * run.steps
+        parts = loss(network((images.float() - 127.5) / 128), labels, scores, boxes, points, weights)
         schedule.descend(parts["score"] + 8 * parts["box"] + 60 * parts.get("points", 0), **parts)
     run.finish()
