@@ -137,7 +137,7 @@ def _bands(rng, x, unit):
     p = _wave(rng, x.shape, unit * rng.uniform(0.12, 1.4), np.pi / 2 + rng.normal(0, 0.02))
     bar = np.clip(np.cos(p) * rng.uniform(1, 6) + rng.uniform(-1, 1), -1, 1)
     tint = (1 + rng.normal(0, 0.15, 3)).astype(np.float32)
-    return x * (1 - np.float32(rng.uniform(0.05, 0.3)) * (0.5 + 0.5 * bar)[..., None] * tint)
+    return x * (1 - np.float32(rng.uniform(0.1, 0.35)) * (0.5 + 0.5 * bar)[..., None] * tint)
 
 
 def _curl(rng, x, unit):
@@ -178,7 +178,7 @@ def attack(rng, kind, image, unit, centre=None):
         if kind == "cut-out print":
             x = _edges(rng, x, unit, False, centre)
         x = _light(rng, x, 0.5)
-        x = _soften(rng, x, unit, 0.3, 1.5)
+        x = _soften(rng, x, unit, 0.3, 1.1)
     elif kind == "projection":
         x = _tone(rng, x, (40, 90), (140, 210), (0.8, 1.3), (0.4, 0.9), 0.1)
         pixel = unit / 168 * rng.uniform(2.5, 6)
@@ -191,10 +191,10 @@ def attack(rng, kind, image, unit, centre=None):
         x = _soften(rng, x, unit, 0.0, 1.0)
         x = _tone(rng, x, (0, 50), (175, 265), (0.65, 1.6), (0.6, 1.5), 0.09)
         if kind == "pixel grid":
-            x = _subpixels(rng, x, np.exp(rng.uniform(np.log(1.05), np.log(5))), rng.uniform(0.08, 0.45))
+            x = _subpixels(rng, x, np.exp(rng.uniform(np.log(1.05), np.log(5))), rng.uniform(0.15, 0.5))
         elif kind == "moire":
             x = _subpixels(rng, x, rng.uniform(0.93, 1.15), rng.uniform(0.1, 0.35)) if rng.random() < 0.4 else x
-            x = _moire(rng, x, unit, (2, 13))
+            x = _moire(rng, x, unit, (4, 15))
         elif kind == "pentile screen":
             pixel = unit / 168 * rng.uniform(1.8, 4.5)
             a, b = _wave(rng, x.shape, pixel, np.pi / 4, 0.05), _wave(rng, x.shape, pixel, 3 * np.pi / 4, 0.05)
@@ -211,7 +211,7 @@ def attack(rng, kind, image, unit, centre=None):
         x = _light(rng, x, 0.3)
         # A camera meters the bright screen: it burns out, or its surroundings go dark.
         x = (x - 128) * np.float32(rng.uniform(0.85, 1.5)) + 128 + np.float32(rng.uniform(-35, 45))
-        x = _soften(rng, x, unit, 0.9, 2.8) if kind == "soft screen" else _soften(rng, x, unit, 0.2, 1.5)
+        x = _soften(rng, x, unit, 0.9, 2.8) if kind == "soft screen" else _soften(rng, x, unit, 0.2, 0.9)
     return np.clip(x, 0, 255)
 
 

@@ -1,7 +1,8 @@
 """What makes a face hard to recognise, each kind with a level from 0 (nothing) to 1 (hardly a face any more).
 
 Strength is relative to the face's size in the frame: what counts is how much of the face is lost, not how many pixels. The
-same functions make the training crops and the validation photos, so a level means the same in both."""
+same functions make the training crops and the validation photos, so a level means the same in both. The lowest levels are
+meant to be just visible."""
 import cv2
 import numpy as np
 
@@ -9,11 +10,11 @@ KINDS = ("blur", "motion", "noise", "dark", "bright", "low resolution", "occlusi
 
 
 def blur(rng, image, box, level):
-    return cv2.GaussianBlur(image, (0, 0), max(0.055 * max(box[2:]) * level, 0.01))
+    return cv2.GaussianBlur(image, (0, 0), max(box[2:]) * (0.008 + 0.047 * level))
 
 
 def motion(rng, image, box, level):
-    length = max(0.24 * max(box[2:]) * level, 1.0)
+    length = max(max(box[2:]) * (0.04 + 0.2 * level), 1.0)
     n = int(length) + 3 | 1
     kernel = np.zeros((n, n), np.float32)
     a, c = rng.uniform(0, np.pi), n // 2

@@ -14,7 +14,7 @@ CUTS = 3          # distances, jitters and cameras for the same rendering
 RENDER = 164      # pixels of the face's box where media are drawn: finer than the crop, so that their patterns alias as in life
 LIVE = {"LiveDetect_RGB": 1, "LiveDetect_NIR": 0}  # the class that the engine reads
 REAL_SHARE = 0.16
-RECIPE = {"LiveDetect_RGB": (6000, 2e-3), "LiveDetect_NIR": (3500, 2e-3)}
+RECIPE = {"LiveDetect_RGB": (6000, 4e-3), "LiveDetect_NIR": (3500, 2e-3)}
 
 
 def real_attacks(args):
@@ -98,12 +98,28 @@ class Crops(torch.utils.data.IterableDataset):
                 yield np.ascontiguousarray(cut(rng, p, masked, unit, self.infrared)), live
 
 
+def _frequencies(network):
+    """Begins the first layer with the cosine transform of its window: halftones and pixel grids are frequencies, and filters
+    for the highest ones take long to be found from noise. Most for brightness, two each for the two colour differences."""
+    weight = network.blocks["conv1"][0].weight
+    n = weight.shape[2]
+    basis = [np.cos(np.pi / n * (np.arange(n) + 0.5) * k) for k in range(n)]
+    chosen = [(u, v, (1, 1, 1)) for u in range(n) for v in range(n)]
+    chosen += [(u, v, tint) for tint in ((1, 0, -1), (-0.5, 1, -0.5)) for u, v in ((0, 0), (0, n // 2))]
+    with torch.no_grad():
+        for k, (u, v, tint) in enumerate(chosen[:weight.shape[0]]):
+            f = np.multiply.outer(np.array(tint, np.float64), np.outer(basis[u], basis[v]))
+            weight[k] = torch.from_numpy(f / np.sqrt((f ** 2).sum())).float()
+
+
 def train(args, network):
     infrared = args.network == "LiveDetect_NIR"
     found = [f for f in faces.from_photos(args.data, least=36) if f.has_points and f.mask >= 0] + faces.from_face_packs(args.data)
     real = [] if infrared else real_attacks(args)
     print(f"{len(found)} faces; real photographs: {sum(live for _, live in real)} live, {sum(not live for _, live in real)} attacks", flush=True)
     steps, rate = RECIPE[args.network]
+    if not infrared:
+        _frequencies(network)
     run = running.Run(args, network, steps=args.steps or steps, rate=args.rate or rate, weight_decay=1e-3)
     loader = torch.utils.data.DataLoader(Crops(found, real, infrared, args.seed + run.step), batch_size=96, num_workers=args.workers)
     for (crops, live), schedule in run.over(loader):
