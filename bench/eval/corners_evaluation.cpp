@@ -5,12 +5,15 @@
 #include "known_faces.hpp"
 #include "library.hpp"
 #include "pack_photos.hpp"
+#include "statistics.hpp"
 #include "text_table.hpp"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -28,15 +31,12 @@ namespace fs = std::filesystem;
 // From this error on --dump-false draws a face: the crop is off by more than the margin about the eyes.
 constexpr double largeError = 0.1;
 
-struct Corners {
-    Point first;
-    Point second;
-};
-
 /** Key points 5 and 6 in pixels of the picture, whatever the engine shifted them by. */
-Corners cornersOf(const VDFACEINFOEX& face, int shift) {
+CropSquare cornersOf(const VDFACEINFOEX& face, int shift) {
     return {{static_cast<double>(face.keyPointX[5] - shift), static_cast<double>(face.keyPointY[5] - shift)},
-            {static_cast<double>(face.keyPointX[6] - shift), static_cast<double>(face.keyPointY[6] - shift)}};
+            {static_cast<double>(face.keyPointX[6] - shift), static_cast<double>(face.keyPointY[6] - shift)},
+            0,
+            0};
 }
 
 class CornersEvaluation {
@@ -86,8 +86,10 @@ private:
             std::vector<CornerFigures*> groups;
             for (std::size_t i = 0; i < faces.size(); ++i) {
                 groups = {&figures, &total_};
-                if (faces[i].pointsByPeople)
+                if (faces[i].replacedPoints) {
                     groups.push_back(&byPeople_);
+                    judgeTeacher(faces[i]);
+                }
                 if (faces[i].category == withMask)
                     groups.insert(groups.end(), {&masked_, &maskedHere});
                 if (faces[i].category == withoutMask)
@@ -102,6 +104,14 @@ private:
             packs_.emplace_back(pack.name + ", masked", maskedHere);
     }
 
+    /** How far the labels can be trusted where nobody set points. */
+    void judgeTeacher(const PointedFace& face) {
+        const std::optional<CropSquare> people = alignedSquare(face.points);
+        const std::optional<CropSquare> teacher = alignedSquare(*face.replacedPoints);
+        if (people && teacher)
+            teacherErrors_.push_back(cornerError(teacher->first, teacher->second, *people));
+    }
+
     void judgeFace(const PointedFace& truth, const VDFACEINFOEX* found, const cv::Mat& picture, const std::string& name,
                    const std::vector<CornerFigures*>& groups) const {
         const std::optional<CropSquare> square = alignedSquare(truth.points);
@@ -113,7 +123,7 @@ private:
             return;
         }
         const int shift = shiftOfPoints(found->x, found->y, found->width, found->height, picture.cols, picture.rows);
-        const Corners corners = cornersOf(*found, shift);
+        const CropSquare corners = cornersOf(*found, shift);
         CornerErrors errors;
         errors.shifted = shift > 0;
         errors.twoPoints = cornerError(corners.first, corners.second, *square);
@@ -124,14 +134,24 @@ private:
         for (CornerFigures* group : groups)
             group->add(errors);
         if (!options_.dumpFalse.empty() && errors.twoPoints >= largeError) {
-            cv::Mat drawn = picture.clone();
-            drawSquare(drawn, square->first, square->second, green);
-            drawSquare(drawn, corners.first, corners.second, red);
-            if (five)
-                drawSquare(drawn, five->first, five->second, blue);
-            writeJudged(fs::path(options_.dumpFalse) / (name + ".jpg"), drawn, boxOf(*found),
-                        "error " + percent(errors.twoPoints, 1) + " %");
+            dump(name, picture, *found, errors, {{*square, green}, {corners, red}, {five.value_or(corners), blue}});
         }
+    }
+
+    /** With room about the picture, since crops reach out of it. */
+    void dump(const std::string& name, const cv::Mat& picture, const VDFACEINFOEX& face, const CornerErrors& errors,
+              const std::vector<std::pair<CropSquare, cv::Scalar>>& squares) const {
+        const int margin = std::max(picture.cols, picture.rows) / 4;
+        const auto moved = [&](Point p) -> Point { return {p.x + margin, p.y + margin}; };
+        cv::Mat drawn;
+        cv::copyMakeBorder(picture, drawn, margin, margin, margin, margin, cv::BORDER_CONSTANT, cv::Scalar(90, 90, 90));
+        for (const auto& [square, colour] : squares)
+            drawSquare(drawn, moved(square.first), moved(square.second), colour);
+        Box box = boxOf(face);
+        box.x += margin;
+        box.y += margin;
+        writeJudged(fs::path(options_.dumpFalse) / (name + ".jpg"), drawn, box,
+                    "error " + percent(errors.twoPoints, 1) + " %");
     }
 
     void printTable() const {
@@ -151,6 +171,12 @@ private:
             table.add(row);
         }
         table.print(std::cout);
+        if (!teacherErrors_.empty()) {
+            std::cout << "\nThe teacher's own error, its points against people's, on " << teacherErrors_.size()
+                      << " faces: median " << percent(median(teacherErrors_)) << " %, mean "
+                      << percent(mean(teacherErrors_)) << " %, 90th percentile "
+                      << percent(quantile(teacherErrors_, 0.9)) << " %\n";
+        }
         std::cout
             << "\nFaces that were not found (missed) are in none of the errors. shifted: the square about the box\n"
                "leaves the picture, where the engine gives its points moved right and down by what is missing;\n"
@@ -170,6 +196,10 @@ private:
             entry.update(figures.toJson());
             document["groups"].push_back(entry);
         }
+        document["teacherToPeople"] = {{"faces", teacherErrors_.size()},
+                                       {"median", median(teacherErrors_)},
+                                       {"mean", mean(teacherErrors_)},
+                                       {"percentile90", quantile(teacherErrors_, 0.9)}};
         std::cout << document.dump(2) << '\n';
     }
 
@@ -180,6 +210,7 @@ private:
     CornerFigures byPeople_;
     CornerFigures masked_;
     CornerFigures bare_;
+    std::vector<double> teacherErrors_;
     std::vector<std::pair<std::string, CornerFigures>> packs_;
 };
 

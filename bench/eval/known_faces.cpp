@@ -23,7 +23,7 @@ std::vector<PointedFace> allFaces(const LabelledPhoto& labels, const FaceRules& 
     std::vector<PointedFace> faces;
     for (const TeacherFace& face : labels.faces) {
         if (face.score >= rules.faceScore)
-            faces.push_back({face.box, face.points, false, ""});
+            faces.push_back({face.box, face.points, std::nullopt, ""});
     }
     return faces;
 }
@@ -38,8 +38,8 @@ void usePointsByPeople(std::vector<PointedFace>& faces, const FivePoints& points
     const auto nearest = std::min_element(
         faces.begin(), faces.end(), [&](const PointedFace& a, const PointedFace& b) { return away(a) < away(b); });
     if (nearest != faces.end() && away(*nearest) <= nearest->box.height / 5) {
+        nearest->replacedPoints = nearest->points;
         nearest->points = points;
-        nearest->pointsByPeople = true;
     }
 }
 

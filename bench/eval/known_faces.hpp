@@ -27,7 +27,8 @@ struct FaceRules {
 struct PointedFace {
     Box box;
     FivePoints points;
-    bool pointsByPeople = false;
+    /** The teacher's, where points are those of people. */
+    std::optional<FivePoints> replacedPoints;
     /** Class of mask, empty when nobody gave one. */
     std::string category;
 };

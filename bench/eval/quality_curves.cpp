@@ -53,6 +53,13 @@ void drawAxes(cv::Mat& picture, int good) {
     write(picture, "score", {8, plot.y - 18}, ink, 0.5);
 }
 
+/** At levels that only some kinds have, the mean of all would jump to the one of those. */
+bool isCommon(const QualityFigures& figures, int place) {
+    const auto having = std::count_if(figures.damage.begin(), figures.damage.end(),
+                                      [&](const DamageFigures& kind) { return kind.levels.count(place) > 0; });
+    return 2 * static_cast<std::size_t>(having) > figures.damage.size();
+}
+
 } // namespace
 
 void drawQualityCurves(const std::filesystem::path& path, const QualityFigures& figures, int good) {
@@ -67,7 +74,7 @@ void drawQualityCurves(const std::filesystem::path& path, const QualityFigures& 
         const int width = all ? 3 : 2;
         std::vector<cv::Point> places;
         for (const auto& [place, level] : kind.levels) {
-            if (level.photos > level.missed)
+            if (level.photos > level.missed && (!all || isCommon(figures, place)))
                 places.push_back(at(place / 10.0, level.meanScore));
         }
         cv::polylines(picture, places, false, colour, width, cv::LINE_AA);

@@ -141,14 +141,15 @@ TEST(KnownFaces, TakePointsOfPeopleWhereTheyAgree) {
     photo.personPoints = spread(50, 69);
     std::vector<PointedFace> faces = facesWithPoints(photo, {});
     ASSERT_EQ(faces.size(), 2U);
-    EXPECT_TRUE(faces[0].pointsByPeople);
+    ASSERT_TRUE(faces[0].replacedPoints);
+    EXPECT_EQ((*faces[0].replacedPoints)[3].y, 50);
     EXPECT_EQ(faces[0].points[3].y, 69);
-    EXPECT_FALSE(faces[1].pointsByPeople);
+    EXPECT_FALSE(faces[1].replacedPoints);
     EXPECT_EQ(faces[1].points[0].x, 250);
 
     photo.personPoints = spread(50, 71); // more than a fifth of the height away: the teacher is believed
     faces = facesWithPoints(photo, {});
-    EXPECT_FALSE(faces[0].pointsByPeople);
+    EXPECT_FALSE(faces[0].replacedPoints);
     EXPECT_EQ(faces[0].points[3].y, 50);
 }
 
