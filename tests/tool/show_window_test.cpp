@@ -101,13 +101,13 @@ public:
             return;
         // The server picks a free number and tells it through the pipe.
         const std::string readyEnd = std::to_string(ready[1]), folder = folder_;
-        // It ends with its last client, also where this process does not come to its destructor.
-        std::array<const char*, 12> arguments = {"Xvfb",      "-displayfd",  readyEnd.c_str(), "-screen",
+        std::array<const char*, 11> arguments = {"Xvfb",      "-displayfd",  readyEnd.c_str(), "-screen",
                                                  "0",         "2400x400x24", "-fbdir",         folder.c_str(),
-                                                 "-nolisten", "tcp",         "-terminate",     nullptr};
+                                                 "-nolisten", "tcp",         nullptr};
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addclose(&actions, ready[0]);
+        // Should this process crash, the server outlives it, and must not keep those waiting who read its output.
         for (const int stream : {STDOUT_FILENO, STDERR_FILENO})
             posix_spawn_file_actions_addopen(&actions, stream, "/dev/null", O_WRONLY, 0);
         const bool started =

@@ -34,16 +34,10 @@ def _squares(boxes):
     return np.stack([boxes[:, 0] + boxes[:, 2] / 2 - side / 2, boxes[:, 1] + boxes[:, 3] / 2 - side / 2, side, side], 1)
 
 
-# Overlaps from which a box is something of a face, and from which it is wholly one. The output network still moves a box that
-# is far off onto the face, so it must not be refused.
-RAMP = {24: (0.3, 0.7), 48: (0.2, 0.5)}
-
-
-def score_target(iou, size):
+def score_target(iou):
     """Rises with the overlap: of nested boxes the suppression behind the network keeps the one that scores best, and on a
     close-up a box of half the face looks as much like a face as the right one does."""
-    low, high = RAMP[size]
-    return min(max((iou - low) / (high - low), 0.0), 1.0)
+    return min(max((iou - 0.3) / 0.4, 0.0), 1.0)
 
 
 def classify(box, photo):
@@ -96,7 +90,6 @@ class Crops(torch.utils.data.IterableDataset):
     def __init__(self, photo_list, face_list, rows, size, seed, correction):
         self.photos, self.faces, self.size, self.seed = photo_list, face_list, size, seed
         self.correction = correction
-        self.far_share = 0.3 if size == 48 else 0.0  # jittered labels that lie as far off as the suppression may leave them
         self.negative = rows[rows[:, 5] == NEGATIVE]
         self.found = rows[rows[:, 5] != NEGATIVE]
         pairs = [(i, k) for i, p in enumerate(photo_list) for k in np.flatnonzero(p.certain) if max(p.boxes[k, 2:]) >= 12]
@@ -149,9 +142,8 @@ class Crops(torch.utils.data.IterableDataset):
                 photo, face = self.faces[int(rng.integers(len(self.faces)))], 0
             x, y, w, h = photo.boxes[face]
             side = max(w, h)
-            far = 2.2 if rng.random() < self.far_share else 1.0
-            new = side * np.exp(rng.normal(0, 0.12 * far))
-            centre = np.array([x + w / 2, y + h / 2]) + rng.normal(0, 0.07 * far, 2) * side
+            new = side * np.exp(rng.normal(0, 0.12))
+            centre = np.array([x + w / 2, y + h / 2]) + rng.normal(0, 0.07, 2) * side
             box = np.array([*(centre - new / 2), new])
             kind = classify(box, photo)
             if kind is None or kind[1] != face:
@@ -180,8 +172,7 @@ class Crops(torch.utils.data.IterableDataset):
         bbox, target, weight, mapped, score = np.zeros(4, np.float32), np.zeros(10, np.float32), 0.0, None, 0.0
         if face >= 0:
             x, y, w, h = photo.boxes[face]
-            iou = photos.overlap((*box[:2], side, side), _squares(photo.boxes[face:face + 1]))[0]
-            score = score_target(iou, self.size)
+            score = score_target(photos.overlap((*box[:2], side, side), _squares(photo.boxes[face:face + 1]))[0])
             unit = step / side                                # crop pixels -> sides
             c = into(np.array([x + w / 2, y + h / 2])) * unit
             hw, hh = w / side / 2, h / side / 2
