@@ -45,8 +45,8 @@ VELDAN_BEGIN_DECLS
 
 /**
  * Loads an image file of any format that OpenCV reads (bmp, jpg, png, webp and others; not DICOM and Radiance HDR,
- * whose readers harm the process on damaged files). A photo with an EXIF orientation comes out upright; width and height are those of the
- * upright picture.
+ * whose readers harm the process on damaged files). A photo with an EXIF orientation comes out upright; width and
+ * height are those of the upright picture.
  * @param path    file name
  * @param flag    1: grey, one channel; any other value: three channels
  * @param out     receives width x height x channels bytes; null: only the sizes are reported
