@@ -1,5 +1,5 @@
-#include "tool/refused_formats.hpp"
 #include "tool/image_buffer.hpp"
+#include "tool/refused_formats.hpp"
 #include "tool/report.hpp"
 
 #include <veldan/image_tool.h>
