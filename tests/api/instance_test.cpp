@@ -1,3 +1,5 @@
+#include "support/expect_empty_instance.hpp"
+
 #include <veldan/instance.hpp>
 
 #include <gtest/gtest.h>
@@ -26,18 +28,6 @@ protected:
         char path[] = "/nowhere";
         EXPECT_EQ(instance->vdInitAlg(path, mode, capacity), 0);
         return instance;
-    }
-
-    static void expectEmpty(const VdFaceAPI& instance) {
-        EXPECT_EQ(instance.faceDetector, nullptr);
-        EXPECT_EQ(instance.faceQuality, nullptr);
-        EXPECT_EQ(instance.faceRecognizer, nullptr);
-        EXPECT_EQ(instance.livenessDetector, nullptr);
-        EXPECT_EQ(instance.faceMask, nullptr);
-        EXPECT_EQ(instance.faceLandmark, nullptr);
-        EXPECT_EQ(instance.onetLandmark, nullptr);
-        EXPECT_EQ(instance.maskFaceRecognizer, nullptr);
-        EXPECT_EQ(instance.searchHistory, nullptr);
     }
 };
 
@@ -87,9 +77,9 @@ TEST_F(Instance, HistoryFollowsTheCapacity) {
 TEST_F(Instance, FreeingTwiceIsHarmless) {
     const auto instance = create(5);
     EXPECT_EQ(instance->vdFreeAlg(), 0);
-    expectEmpty(*instance);
+    veldan_tests::expectEmpty(*instance);
     EXPECT_EQ(instance->vdFreeAlg(), 0);
-    expectEmpty(*instance);
+    veldan_tests::expectEmpty(*instance);
 
     // A freed instance still answers, and may be loaded again.
     std::unique_ptr<unsigned char[]> image(new unsigned char[100 * 100 * 3]());

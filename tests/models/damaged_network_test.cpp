@@ -1,6 +1,7 @@
 // What an instance does when one of its networks is damaged. The accessors below take the place of the library's.
 
 #include "models/network_store.hpp"
+#include "support/expect_empty_instance.hpp"
 #include "support/networks.hpp"
 
 #include <veldan/face_api.h>
@@ -136,18 +137,6 @@ const std::map<std::string, Stored>& wholeNetworks() {
     return whole;
 }
 
-void expectNoEngines(const VdFaceAPI& instance) {
-    EXPECT_EQ(instance.faceDetector, nullptr);
-    EXPECT_EQ(instance.faceQuality, nullptr);
-    EXPECT_EQ(instance.faceRecognizer, nullptr);
-    EXPECT_EQ(instance.livenessDetector, nullptr);
-    EXPECT_EQ(instance.faceMask, nullptr);
-    EXPECT_EQ(instance.faceLandmark, nullptr);
-    EXPECT_EQ(instance.onetLandmark, nullptr);
-    EXPECT_EQ(instance.maskFaceRecognizer, nullptr);
-    EXPECT_EQ(instance.searchHistory, nullptr);
-}
-
 TEST(WholeNetworks, AreLoadedInTheFixedOrder) {
     store = wholeNetworks();
     asked.clear();
@@ -180,7 +169,7 @@ TEST_P(DamagedNetwork, LeavesNoInstance) {
     std::memset(static_cast<void*>(&instance), 0xA5, sizeof(instance));
     asked.clear();
     EXPECT_EQ(instance.vdInitAlg(nullptr, 0, 10), 20);
-    expectNoEngines(instance);
+    veldan_tests::expectEmpty(instance);
     // Nothing is loaded after the engine that failed. A length that makes no sense is seen before the data is asked
     // for.
     const auto* const last = std::find(std::begin(names), std::end(names), name);
