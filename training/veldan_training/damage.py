@@ -69,7 +69,7 @@ def occlusion(rng, image, box, level):
     x, y, w, h = box
     area = 0.65 * level * w * h
     shape = np.exp(rng.uniform(np.log(0.5), np.log(2)))
-    pw, ph = min(np.sqrt(area * shape), w * 1.05), 0.0
+    pw = min(np.sqrt(area * shape), w * 1.05)
     ph = min(area / max(pw, 1e-6), h * 1.05)
     # Inside the face as far as it fits, so that the level says how much is covered.
     cx = x + w / 2 + rng.uniform(-0.5, 0.5) * max(w - pw, 0)
