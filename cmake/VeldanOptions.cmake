@@ -26,6 +26,6 @@ target_compile_options(veldan_options INTERFACE
 )
 if(VELDAN_SANITIZE)
     target_compile_options(veldan_options INTERFACE
-        -fsanitize=${VELDAN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+        -fsanitize=${VELDAN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
     target_link_options(veldan_options INTERFACE -fsanitize=${VELDAN_SANITIZE})
 endif()
