@@ -34,8 +34,8 @@ std::string judgementText(const JudgedFace& face, Light light) {
     text += face.sharp ? "  sharp" : "  not sharp";
     text += face.frontal ? "  frontal" : "  not frontal";
     text += face.masked ? "  masked (" : "  no mask (";
-    text += std::to_string(face.record.maskScore) + ")  liveness " + std::to_string(face.record.liveness) + " (" +
-            lightText(light) + " light)";
+    text += std::to_string(face.record.maskScore) + ")  " + (face.live ? "live (" : "not live (") +
+            std::to_string(face.record.liveness) + ", " + lightText(light) + " light)";
     if (face.masked)
         text += "  mask points " + pointText(face.record, 5) + " " + pointText(face.record, 6);
     return text;
@@ -50,14 +50,15 @@ Json judgementJson(const JudgedFace& face) {
     json["maskScore"] = face.record.maskScore;
     json["masked"] = face.masked;
     json["liveness"] = face.record.liveness;
+    json["live"] = face.live;
     return json;
 }
 
 std::vector<std::string> words(const JudgedFace& face) {
-    const std::string mask = std::to_string(face.record.maskScore);
     return {"quality " + std::to_string(face.record.quality),
             std::string(face.sharp ? "sharp" : "not sharp") + (face.frontal ? ", frontal" : ", not frontal"),
-            (face.masked ? "mask " : "no mask ") + mask + ", live " + std::to_string(face.record.liveness)};
+            (face.masked ? "mask " : "no mask ") + std::to_string(face.record.maskScore) +
+                (face.live ? ", live " : ", not live ") + std::to_string(face.record.liveness)};
 }
 
 Photo drawn(Photo& photo, const std::vector<JudgedFace>& faces) {
@@ -128,14 +129,15 @@ void addInspectCommand(CLI::App& app, Action& action) {
         ->type_name("DIR");
     command->add_flag("--nir", options->nearInfrared, "Judge the liveness of grey photos as near-infrared frames");
     command->footer(
-        std::string("quality    0 to 100, higher is better\n"
-                    "sharp      whether the face's edges are crisp\n"
-                    "frontal    whether the face looks at the camera, as its points lie\n"
-                    "masked     whether the face wears a mask: a score of 41 and more of 100\n"
-                    "liveness   0 to 100, how likely a person was in front of the camera and not a picture of one\n"
-                    "The picture of --draw is larger than a small photo, so that the words have room. --aligned names\n"
-                    "its files PHOTO-face1.png (by five points), PHOTO-face1-mask.png (masked faces, by two points).\n"
-                    "\n") +
+        std::string(
+            "quality    0 to 100, higher is better\n"
+            "sharp      whether the face's edges are crisp\n"
+            "frontal    whether the face looks at the camera, as its points lie\n"
+            "masked     whether the face wears a mask: a score of 41 and more of 100\n"
+            "live       whether a person was in front of the camera and not a picture of one: a score of 50 and more\n"
+            "The picture of --draw is larger than a small photo, so that the words have room. --aligned names\n"
+            "its files PHOTO-face1.png (by five points), PHOTO-face1-mask.png (masked faces, by two points).\n"
+            "\n") +
         exitCodeHelp +
         "\n"
         "Examples:\n"

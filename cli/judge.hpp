@@ -18,6 +18,7 @@ struct JudgedFace {
     bool masked = false;
     bool sharp = false;
     bool frontal = false;
+    bool live = false;
 };
 
 /** True when the photo has no colour, but for what lossy compression adds. */

@@ -61,6 +61,7 @@ public:
             EXPECT_EQ(face.at("masked"), record.maskScore > 40);
             EXPECT_EQ(face.at("quality"), record.quality);
             EXPECT_EQ(face.at("liveness"), record.liveness);
+            EXPECT_EQ(face.at("live"), record.liveness >= 50);
             EXPECT_EQ(face.at("light"), nearInfrared ? "near-infrared" : "visible");
             EXPECT_EQ(face.at("sharp"), FaceQuality().Face_blurRGB(image.data, image.cols, image.rows, record) == 1);
             EXPECT_EQ(face.at("frontal"), FaceQuality().Face_Front(nullptr, 0, 0, record) == 1);
@@ -103,7 +104,8 @@ TEST(Inspect, TextTellsTheSameAsJson) {
               std::string(face.at("sharp").get<bool>() ? "  sharp  " : "  not sharp  "),
               std::string(face.at("frontal").get<bool>() ? "  frontal  " : "  not frontal  "),
               mask + face.at("maskScore").dump() + ")",
-              "liveness " + face.at("liveness").dump() + " (visible light)"}) {
+              std::string(face.at("live").get<bool>() ? "  live (" : "  not live (") + face.at("liveness").dump() +
+                  ", visible light)"}) {
             const std::size_t next = text.find(words, at);
             ASSERT_NE(next, std::string::npos) << words << " after\n" << text.substr(0, at);
             at = next + words.size() - 2; // neighbours share the blanks between them
@@ -134,15 +136,36 @@ TEST(Inspect, NearInfraredIsForGreyPhotosOnRequest) {
     }
 }
 
-TEST(Inspect, KnowsABlurredFace) {
+// What anybody sees in the bundled photos.
+TEST(Inspect, AgreesWithPeople) {
     const ScratchFolder folder;
-    const std::string blurred = (folder / "blurred.png").string();
-    cv::Mat picture;
-    cv::GaussianBlur(cv::imread(bundled("astronaut.jpg")), picture, cv::Size(), 2.5);
-    cv::imwrite(blurred, picture);
-    const Json photos = inspect({bundled("astronaut.jpg"), blurred});
-    EXPECT_EQ(photos[0].at("faces").at(0).at("sharp"), true);
-    EXPECT_EQ(photos[1].at("faces").at(0).at("sharp"), false);
+    std::vector<std::string> files = {bundled("astronaut.jpg"),    bundled("first-bare.webp"),
+                                      bundled("second-bare.webp"), bundled("first-mask.webp"),
+                                      bundled("second-mask.webp"), bundled("rows.webp")};
+    // The portrait's face is 91 pixels wide: a little out of focus, and so much that the eyes run together.
+    for (const double sigma : {2.5, 5.0}) {
+        files.push_back((folder / ("blurred-" + std::to_string(files.size()) + ".png")).string());
+        cv::Mat picture;
+        cv::GaussianBlur(cv::imread(files.front()), picture, cv::Size(), sigma);
+        cv::imwrite(files.back(), picture);
+    }
+    const Json photos = inspect(files);
+    for (std::size_t i = 0; i < 6; ++i) {
+        ASSERT_FALSE(photos[i].at("faces").empty());
+        for (const Json& face : photos[i].at("faces"))
+            EXPECT_EQ(face.at("masked"), i >= 3) << photos[i].at("photo");
+    }
+    for (std::size_t i = 0; i < 5; ++i) {
+        EXPECT_EQ(photos[i]["faces"][0].at("sharp"), true) << photos[i].at("photo");
+        EXPECT_EQ(photos[i]["faces"][0].at("live"), true) << photos[i].at("photo");
+        EXPECT_GE(photos[i]["faces"][0].at("quality").get<int>(), 60) << photos[i].at("photo");
+    }
+    EXPECT_EQ(photos[1]["faces"][0].at("frontal"), true);
+    EXPECT_EQ(photos[4]["faces"][0].at("frontal"), false);
+    const auto quality = [&](std::size_t i) { return photos[i].at("faces").at(0).at("quality").get<int>(); };
+    EXPECT_EQ(photos[6]["faces"][0].at("sharp"), false);
+    EXPECT_LT(quality(6), quality(0));
+    EXPECT_LT(quality(7), quality(0) / 2);
 }
 
 using Complex = std::complex<double>;
