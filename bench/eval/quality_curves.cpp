@@ -21,7 +21,7 @@ const cv::Rect plot(70, 50, 640, 460);
 const cv::Scalar ink(60, 60, 60);
 // Colours that are told apart by most eyes, also side by side; blue, green, red.
 const std::vector<cv::Scalar> colours = {{178, 114, 0}, {0, 94, 213},   {115, 158, 0}, {167, 121, 204},
-                                         {0, 159, 230}, {233, 180, 86}, {40, 40, 40},  {150, 150, 150},
+                                         {0, 159, 230}, {233, 180, 86}, {30, 70, 150}, {150, 150, 150},
                                          {60, 20, 120}, {30, 170, 170}};
 
 cv::Point at(double level, double score) {

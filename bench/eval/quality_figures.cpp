@@ -70,6 +70,18 @@ std::size_t missedOf(const Photos& photos) {
         std::count_if(photos.begin(), photos.end(), [](const DamagedPhoto* photo) { return !photo->score; }));
 }
 
+void setBySource(DamageFigures& figures, const std::vector<double>& falls) {
+    figures.sources = falls.size();
+    if (falls.empty())
+        return;
+    figures.bySource = mean(falls);
+    figures.bySourceMedian = median(falls);
+}
+
+nlohmann::ordered_json json(const std::optional<double>& value) {
+    return value ? nlohmann::ordered_json(*value) : nlohmann::ordered_json();
+}
+
 /** Not more than count of them, evenly over the list. */
 Photos thinned(const Photos& photos, std::size_t count) {
     if (photos.size() <= count)
@@ -102,9 +114,7 @@ DamageFigures figuresOf(const std::string& kind, Photos photos, const Photos& un
     figures.pooledWithMissed = fallOfScore(compared, 0);
     const std::vector<double> here = fallsBySource(photos);
     falls.insert(falls.end(), here.begin(), here.end());
-    figures.bySource = mean(here);
-    figures.bySourceMedian = median(here);
-    figures.sources = here.size();
+    setBySource(figures, here);
     figures.levels = levelsOf(photos);
     return figures;
 }
@@ -167,9 +177,7 @@ QualityFigures qualityFigures(const std::vector<DamagedPhoto>& photos, int good)
     // Each source with each kind by itself, though several were made from one photo.
     const std::vector<double> series = falls;
     DamageFigures total = figuresOf("all", all, {}, falls);
-    total.bySource = mean(series);
-    total.bySourceMedian = median(series);
-    total.sources = series.size();
+    setBySource(total, series);
     figures.damage.push_back(total);
     figures.undamaged.push_back(undamagedFigures("all", undamaged, good));
     return figures;
@@ -190,8 +198,8 @@ nlohmann::ordered_json QualityFigures::toJson() const {
                          {"missed", kind.missed},
                          {"pooled", kind.pooled},
                          {"pooledWithMissed", kind.pooledWithMissed},
-                         {"bySource", kind.bySource},
-                         {"bySourceMedian", kind.bySourceMedian},
+                         {"bySource", json(kind.bySource)},
+                         {"bySourceMedian", json(kind.bySourceMedian)},
                          {"sources", kind.sources},
                          {"levels", levels}});
     }

@@ -217,7 +217,7 @@ TEST(QualityFigures, CorrelateByKindAndSource) {
     EXPECT_NEAR(blur.pooled, 7 / std::sqrt(90), 1e-12);
     EXPECT_NEAR(blur.pooledWithMissed, 0.8366600265340757, 1e-12);
     EXPECT_EQ(blur.sources, 1U); // b has two levels with a score
-    EXPECT_DOUBLE_EQ(blur.bySource, 1);
+    EXPECT_THAT(blur.bySource, Optional(DoubleEq(1)));
     EXPECT_DOUBLE_EQ(blur.levels.at(5).meanScore, 72.5);
     EXPECT_EQ(blur.levels.at(10).missed, 1U);
 
@@ -226,6 +226,7 @@ TEST(QualityFigures, CorrelateByKindAndSource) {
     EXPECT_EQ(pose.photos, 3U);
     EXPECT_DOUBLE_EQ(pose.pooled, 1);
     EXPECT_EQ(pose.sources, 0U);
+    EXPECT_EQ(pose.bySource, std::nullopt);
     EXPECT_EQ(pose.levels.at(0).photos, 2U);
     EXPECT_EQ(pose.levels.at(1).photos, 1U);
 
