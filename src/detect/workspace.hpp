@@ -15,7 +15,7 @@
 
 namespace veldan {
 
-// What a detector keeps from frame to frame besides its specified state: buffers, and further proposal networks.
+// What a detector keeps from frame to frame besides the members of its class: buffers, and further proposal networks.
 struct DetectorWorkspace {
     // A network allocates its layers anew whenever its input changes size, as it does from one pyramid level to the
     // next. So each level that is scored has a network of its own: the first MTCNN::pnet, the others these, made from
