@@ -13,6 +13,7 @@ namespace {
 
 std::vector<Box> boxesOf(const std::vector<FoundFace>& faces) {
     std::vector<Box> boxes;
+    boxes.reserve(faces.size());
     for (const FoundFace& face : faces)
         boxes.push_back(face.box);
     return boxes;
