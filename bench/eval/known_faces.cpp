@@ -45,6 +45,7 @@ void usePointsByPeople(std::vector<PointedFace>& faces, const FivePoints& points
 
 void useClassesByPeople(std::vector<PointedFace>& faces, const LabelledPhoto& labels, double leastOverlap) {
     std::vector<Box> teachers;
+    teachers.reserve(faces.size());
     for (const PointedFace& face : faces)
         teachers.push_back(face.box);
     std::vector<Box> people;

@@ -84,6 +84,7 @@ Box boxOf(const VDFACEINFOEX& face) {
 
 std::vector<Box> boxesOf(const std::vector<VDFACEINFOEX>& faces) {
     std::vector<Box> boxes;
+    boxes.reserve(faces.size());
     for (const VDFACEINFOEX& face : faces)
         boxes.push_back(boxOf(face));
     return boxes;

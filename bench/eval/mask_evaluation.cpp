@@ -89,6 +89,7 @@ private:
             return match;
         }
         std::vector<Box> wanted;
+        wanted.reserve(faces.size());
         for (const ClassedFace& face : faces)
             wanted.push_back(clipped(*face.box, picture.cols, picture.rows));
         const auto assignment = assignBoxes(boxesOf(found), wanted, rules_.leastOverlap);

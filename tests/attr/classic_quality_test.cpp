@@ -23,37 +23,36 @@ int isSharp(const cv::Mat& frame, const cv::Rect& box) {
 
 // Mean and standard deviation of the Laplacian's magnitude, written out pixel by pixel.
 std::pair<double, double> sharpness(const cv::Mat& region) {
-    using Plane = std::vector<std::vector<int>>;
+    using Plane = cv::Mat1i;
     const int rows = region.rows;
     const int columns = region.cols;
-    const auto filtered = [&](const Plane& in, const std::vector<int>& kernel, auto finish) {
+    const auto filtered = [&](const Plane& in, const int(&kernel)[9], auto finish) {
         const auto mirrored = [](int i, int n) { return n == 1 ? 0 : i < 0 ? -i : i >= n ? 2 * n - 2 - i : i; };
-        Plane out = in;
+        Plane out(rows, columns);
         for (int y = 0; y < rows; ++y)
             for (int x = 0; x < columns; ++x) {
                 int sum = 0;
                 for (int k = 0; k < 9; ++k)
-                    sum += kernel[k] * in[mirrored(y + k / 3 - 1, rows)][mirrored(x + k % 3 - 1, columns)];
-                out[y][x] = finish(sum);
+                    sum += kernel[k] * in(mirrored(y + k / 3 - 1, rows), mirrored(x + k % 3 - 1, columns));
+                out(y, x) = finish(sum);
             }
         return out;
     };
-    Plane grey(rows, std::vector<int>(columns));
+    Plane grey(rows, columns);
     for (int y = 0; y < rows; ++y)
         for (int x = 0; x < columns; ++x) {
             const auto& pixel = region.at<cv::Vec3b>(y, x);
-            grey[y][x] = static_cast<int>(std::lround(0.114 * pixel[0] + 0.587 * pixel[1] + 0.299 * pixel[2]));
+            grey(y, x) = static_cast<int>(std::lround(0.114 * pixel[0] + 0.587 * pixel[1] + 0.299 * pixel[2]));
         }
     const Plane smooth = filtered(grey, {1, 2, 1, 2, 4, 2, 1, 2, 1}, [](int sum) { return (sum + 8) / 16; });
     const Plane strength =
         filtered(smooth, {2, 0, 2, 0, -8, 0, 2, 0, 2}, [](int sum) { return std::min(std::abs(sum), 255); });
     double sum = 0;
     double squares = 0;
-    for (const auto& row : strength)
-        for (const int value : row) {
-            sum += value;
-            squares += value * value;
-        }
+    for (const int value : strength) {
+        sum += value;
+        squares += value * value;
+    }
     const double mean = sum / (rows * columns);
     return {mean, std::sqrt(squares / (rows * columns) - mean * mean)};
 }
