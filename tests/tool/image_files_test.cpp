@@ -173,7 +173,7 @@ protected:
         std::ofstream out(path, std::ios::binary);
         out << "P6\n" << picture.width << " " << picture.height << "\n255\n";
         for (std::size_t i = 0; i < picture.size(); i += 3)
-            for (const std::size_t c : {2, 1, 0})
+            for (const std::size_t c : {2U, 1U, 0U})
                 out.put(static_cast<char>(picture.pixels[i + c]));
     }
     Bytes readPpm(const fs::path& path) {
