@@ -43,8 +43,10 @@ struct DamageFigures {
     double pooled = 0;
     /** As pooled, faces that were not found counted as a score of 0, as for somebody who asks for a good photo. */
     double pooledWithMissed = 0;
-    /** The same within the photos made from one source, where they show three levels and more; mean and median. Nothing
-     * without such sources. */
+    /**
+     * The same within the photos made from one source, where they show three levels and more; mean and median. Nothing
+     * without such sources.
+     */
     std::optional<double> bySource;
     std::optional<double> bySourceMedian;
     std::size_t sources = 0;
