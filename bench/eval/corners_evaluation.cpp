@@ -76,7 +76,6 @@ private:
             const Library::Answer answer = library_.detect(picture);
             std::vector<Box> wanted;
             wanted.reserve(faces.size());
-            wanted.reserve(faces.size());
             for (const PointedFace& face : faces)
                 wanted.push_back(clipped(face.box, picture.cols, picture.rows));
             std::vector<const VDFACEINFOEX*> match(faces.size(), nullptr);
