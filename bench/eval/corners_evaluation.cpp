@@ -47,9 +47,7 @@ public:
     }
 
     void run() {
-        cv::setNumThreads(options_.threads);
-        if (!options_.dumpFalse.empty())
-            fs::create_directories(options_.dumpFalse);
+        options_.prepare();
         for (const std::string& name : options_.names())
             evaluate(readPack(options_.folder, name));
         if (total_.faces() == 0)
@@ -73,17 +71,12 @@ private:
             const std::vector<PointedFace> faces = facesWithPoints(labels, rules_);
             if (faces.empty())
                 return;
-            const Library::Answer answer = library_.detect(picture);
+            Library::Answer answer = library_.detect(picture);
             std::vector<Box> wanted;
             wanted.reserve(faces.size());
             for (const PointedFace& face : faces)
                 wanted.push_back(clipped(face.box, picture.cols, picture.rows));
-            std::vector<const VDFACEINFOEX*> match(faces.size(), nullptr);
-            const auto assignment = assignBoxes(boxesOf(answer.faces), wanted, rules_.leastOverlap);
-            for (std::size_t i = 0; i < assignment.size(); ++i) {
-                if (assignment[i])
-                    match[*assignment[i]] = &answer.faces[i];
-            }
+            const std::vector<VDFACEINFOEX*> match = matchFaces(answer.faces, wanted, rules_.leastOverlap);
             std::vector<CornerFigures*> groups;
             for (std::size_t i = 0; i < faces.size(); ++i) {
                 groups = {&figures, &total_};
@@ -185,12 +178,7 @@ private:
     }
 
     void printJson() const {
-        nlohmann::ordered_json document = {{"settings",
-                                            {{"folder", options_.folder},
-                                             {"split", options_.split},
-                                             {"fit", options_.fit},
-                                             {"minFace", options_.minFace},
-                                             {"iou", options_.leastOverlap}}},
+        nlohmann::ordered_json document = {{"settings", options_.settings()},
                                            {"groups", nlohmann::ordered_json::array()}};
         for (const auto& [name, figures] : packs_) {
             nlohmann::ordered_json entry = {{"name", name}};

@@ -51,9 +51,7 @@ public:
     }
 
     void run() {
-        cv::setNumThreads(options_.threads);
-        if (!options_.dumpFalse.empty())
-            fs::create_directories(options_.dumpFalse);
+        options_.prepare();
         warmUp();
         FigureSet total(sizeMeasures.size());
         for (const std::string& name : options_.names()) {

@@ -82,12 +82,19 @@ Box boxOf(const VDFACEINFOEX& face) {
             static_cast<double>(face.height)};
 }
 
-std::vector<Box> boxesOf(const std::vector<VDFACEINFOEX>& faces) {
+std::vector<VDFACEINFOEX*> matchFaces(std::vector<VDFACEINFOEX>& found, const std::vector<Box>& wanted,
+                                      double leastOverlap) {
     std::vector<Box> boxes;
-    boxes.reserve(faces.size());
-    for (const VDFACEINFOEX& face : faces)
+    boxes.reserve(found.size());
+    for (const VDFACEINFOEX& face : found)
         boxes.push_back(boxOf(face));
-    return boxes;
+    std::vector<VDFACEINFOEX*> match(wanted.size(), nullptr);
+    const auto assignment = assignBoxes(boxes, wanted, leastOverlap);
+    for (std::size_t i = 0; i < assignment.size(); ++i) {
+        if (assignment[i])
+            match[*assignment[i]] = &found[i];
+    }
+    return match;
 }
 
 FivePoints pointsOf(const VDFACEINFOEX& face) {

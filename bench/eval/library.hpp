@@ -40,7 +40,9 @@ private:
 };
 
 Box boxOf(const VDFACEINFOEX& face);
-std::vector<Box> boxesOf(const std::vector<VDFACEINFOEX>& faces);
+/** For each wanted box the found face that assignBoxes() gives it, or null; the pointers are into found. */
+std::vector<VDFACEINFOEX*> matchFaces(std::vector<VDFACEINFOEX>& found, const std::vector<Box>& wanted,
+                                      double leastOverlap);
 /** Key points 0 to 4. */
 FivePoints pointsOf(const VDFACEINFOEX& face);
 

@@ -36,9 +36,7 @@ public:
     }
 
     void run() {
-        cv::setNumThreads(options_.threads);
-        if (!options_.dumpFalse.empty())
-            fs::create_directories(options_.dumpFalse);
+        options_.prepare();
         MaskFigures total;
         for (const std::string& name : options_.names()) {
             const MaskFigures figures = evaluate(readPack(options_.folder, name));
@@ -83,21 +81,13 @@ private:
     /** The found face for each known one; the largest that is left for one whose place is not known. */
     std::vector<VDFACEINFOEX*> matches(const std::vector<ClassedFace>& faces, std::vector<VDFACEINFOEX>& found,
                                        const cv::Mat& picture) const {
-        std::vector<VDFACEINFOEX*> match(faces.size(), nullptr);
-        if (faces.size() == 1 && !faces[0].box) {
-            match[0] = found.empty() ? nullptr : found.data();
-            return match;
-        }
+        if (faces.size() == 1 && !faces[0].box)
+            return {found.empty() ? nullptr : found.data()};
         std::vector<Box> wanted;
         wanted.reserve(faces.size());
         for (const ClassedFace& face : faces)
             wanted.push_back(clipped(*face.box, picture.cols, picture.rows));
-        const auto assignment = assignBoxes(boxesOf(found), wanted, rules_.leastOverlap);
-        for (std::size_t i = 0; i < assignment.size(); ++i) {
-            if (assignment[i])
-                match[*assignment[i]] = &found[i];
-        }
-        return match;
+        return matchFaces(found, wanted, rules_.leastOverlap);
     }
 
     void dump(const std::string& name, const cv::Mat& picture, const ClassedFace& face,
@@ -135,14 +125,9 @@ private:
     }
 
     void printJson() const {
-        nlohmann::ordered_json document = {{"settings",
-                                            {{"folder", options_.folder},
-                                             {"split", options_.split},
-                                             {"fit", options_.fit},
-                                             {"minFace", options_.minFace},
-                                             {"iou", options_.leastOverlap},
-                                             {"threshold", options_.threshold}}},
+        nlohmann::ordered_json document = {{"settings", options_.settings()},
                                            {"groups", nlohmann::ordered_json::array()}};
+        document["settings"]["threshold"] = options_.threshold;
         for (const auto& [name, figures] : packs_) {
             nlohmann::ordered_json entry = {{"name", name}};
             entry.update(figures.toJson());

@@ -4,11 +4,13 @@
 #include "photo_source.hpp"
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <sstream>
@@ -43,6 +45,16 @@ std::string PackOptions::description() const {
          << (fit > 0 ? "fitted to " + std::to_string(fit) + " pixels" : std::string("as they are")) << ", faces of "
          << minFace << " pixels and more";
     return text.str();
+}
+
+nlohmann::ordered_json PackOptions::settings() const {
+    return {{"folder", folder}, {"split", split}, {"fit", fit}, {"minFace", minFace}, {"iou", leastOverlap}};
+}
+
+void PackOptions::prepare() const {
+    cv::setNumThreads(threads);
+    if (!dumpFalse.empty())
+        std::filesystem::create_directories(dumpFalse);
 }
 
 void addThreads(CLI::App& command, int& threads) {

@@ -3,6 +3,7 @@
 
 #include "labels.hpp"
 
+#include <nlohmann/json_fwd.hpp>
 #include <opencv2/core.hpp>
 
 #include <functional>
@@ -31,6 +32,10 @@ struct PackOptions {
     std::vector<std::string> names() const;
     /** In words, for the heading of a table. */
     std::string description() const;
+    /** As the "settings" of a JSON document. */
+    nlohmann::ordered_json settings() const;
+    /** Sets OpenCV's threads and makes the folder for pictures, when one is wanted. */
+    void prepare() const;
 };
 
 void addPackOptions(CLI::App& command, PackOptions& options, const std::string& dumpHelp);
