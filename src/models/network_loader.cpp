@@ -19,9 +19,12 @@ int loadNetworkBytes(NetworkLength length, NetworkData data, std::vector<unsigne
     return VD_OK;
 }
 
-int readTensorflowNet(const std::vector<unsigned char>& bytes, cv::dnn::Net& net) {
+namespace {
+
+template <class Read>
+int readNet(const Read& read, cv::dnn::Net& net) {
     try {
-        cv::dnn::Net loaded = cv::dnn::readNetFromTensorflow(bytes);
+        cv::dnn::Net loaded = read();
         if (loaded.empty())
             return VD_ERR_NETWORK;
         net = loaded;
@@ -33,6 +36,27 @@ int readTensorflowNet(const std::vector<unsigned char>& bytes, cv::dnn::Net& net
         return VD_ERR_NETWORK;
     }
     return VD_OK;
+}
+
+// OpenCV 4.6 keeps what its TensorFlow reader can read in a static map that every call fills in anew, without a lock:
+// two threads that make the process's first calls at the same time damage it and crash. Later calls only write what is
+// there already. So the first call is made here, once, on the smallest graph there is; other threads wait for it. It is
+// the one place where instances on different threads have anything to do with each other.
+void prepareTensorflowReader() {
+    static const bool prepared = [] {
+        constexpr char graph[] = "\x0A\x10\x0A\x01x\x12\x0BPlaceholder"; // node { name: "x" op: "Placeholder" }
+        const std::vector<unsigned char> bytes(graph, graph + sizeof(graph) - 1);
+        cv::dnn::Net net;
+        return readNet([&] { return cv::dnn::readNetFromTensorflow(bytes); }, net) == VD_OK;
+    }();
+    static_cast<void>(prepared);
+}
+
+} // namespace
+
+int readTensorflowNet(const std::vector<unsigned char>& bytes, cv::dnn::Net& net) {
+    prepareTensorflowReader();
+    return readNet([&] { return cv::dnn::readNetFromTensorflow(bytes); }, net);
 }
 
 int readWarmTensorflowNet(const std::vector<unsigned char>& bytes, int side, cv::dnn::Net& net) {
@@ -51,6 +75,21 @@ int readWarmTensorflowNet(const std::vector<unsigned char>& bytes, int side, cv:
     }
     net = loaded;
     return VD_OK;
+}
+
+int loadCaffeNet(StoredFile weights, StoredFile text, const char* outputLayer, cv::dnn::Net& net) {
+    std::vector<unsigned char> weightBytes;
+    std::vector<unsigned char> textBytes;
+    int error = loadNetworkBytes(weights.length, weights.data, weightBytes);
+    if (error == VD_OK)
+        error = loadNetworkBytes(text.length, text.data, textBytes);
+    if (error != VD_OK)
+        return error;
+    const auto read = [&] {
+        cv::dnn::Net loaded = cv::dnn::readNetFromCaffe(textBytes, weightBytes);
+        return loaded.getLayerId(outputLayer) >= 0 ? loaded : cv::dnn::Net();
+    };
+    return readNet(read, net);
 }
 
 int loadTensorflowNet(NetworkLength length, NetworkData data, cv::dnn::Net& net) {

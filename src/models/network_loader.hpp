@@ -21,6 +21,16 @@ int readTensorflowNet(const std::vector<unsigned char>& bytes, cv::dnn::Net& net
 // network's set-up.
 int readWarmTensorflowNet(const std::vector<unsigned char>& bytes, int side, cv::dnn::Net& net);
 
+// The accessors of a network that is stored as two files.
+struct StoredFile {
+    NetworkLength length;
+    NetworkData data;
+};
+
+// Weights are fetched before the text. The text must have the output layer: unlike a damaged GraphDef, one that
+// describes another network is read without complaint.
+int loadCaffeNet(StoredFile weights, StoredFile text, const char* outputLayer, cv::dnn::Net& net);
+
 int loadTensorflowNet(NetworkLength length, NetworkData data, cv::dnn::Net& net);
 
 } // namespace veldan

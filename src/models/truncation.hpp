@@ -18,6 +18,15 @@ inline int truncate(float value) {
     return static_cast<int>(value);
 }
 
+// Nearest integer. Halves above zero go to the even neighbour; those below zero are never found as such, since the
+// truncation lies above them, and go away from zero. On purpose: 2.5 gives 2, -2.5 gives -3.
+inline int roundHalves(float value) {
+    const int whole = truncate(value);
+    if (static_cast<double>(value) == whole + 0.5)
+        return whole % 2 == 0 ? whole : truncate(2 * value - static_cast<float>(whole));
+    return truncate(std::round(value));
+}
+
 // A probability as the scores of a record give it. The product is one of single precision, and cut off: 1 is the only
 // probability that gives 100.
 inline int percent(float probability) {
