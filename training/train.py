@@ -9,7 +9,8 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
 TRAINERS = {"FaceDetectP": "train_proposals", "FaceDetectR": "train_refinement", "FaceDetectO": "train_refinement",
             "FaceMaskAlign": "train_mask_align", "FaceMaskDetect": "train_mask_detect", "FaceQuality": "train_quality",
-            "LiveDetect_RGB": "train_liveness", "LiveDetect_NIR": "train_liveness"}
+            "LiveDetect_RGB": "train_liveness", "LiveDetect_NIR": "train_liveness",
+            "FaceRecog": "train_recognition", "FaceMaskRecog": "train_recognition"}
 
 
 def main():
@@ -34,11 +35,12 @@ def main():
     parser.add_argument("--export-only", action="store_true", help="calibrate and write the checkpoint as it is")
     args = parser.parse_args()
     import torch
-    from veldan_training import exporting, networks
+    from veldan_training import embedding, exporting, networks
     torch.set_num_threads(args.threads)
     torch.manual_seed(args.seed)
     trainer = importlib.import_module(f"veldan_training.{TRAINERS[args.network]}")
-    network = networks.Network(args.network)
+    defined = embedding if args.network in embedding.DEFINITIONS else networks
+    network = defined.Network(args.network)
     if args.export_only:
         network.load_state_dict(torch.load(os.path.join(args.work, f"{args.network}.checkpoint"))["network"])
         network.eval()

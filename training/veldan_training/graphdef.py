@@ -4,9 +4,9 @@ Only the handful of protobuf fields that the reader looks at are declared here; 
 GraphDef format. Weights are stored the way that format wants them: HWIO for convolutions, (in, out) for dense layers.
 """
 import numpy as np
-from google.protobuf import descriptor_pb2, descriptor_pool, message_factory
 
-_F = descriptor_pb2.FieldDescriptorProto
+from .protobuf import FIELD as _F, build_messages
+
 _SCHEMA = {
     "Dim": [("size", 1, _F.TYPE_INT64, 0, None)],
     "Shape": [("dim", 2, _F.TYPE_MESSAGE, 1, "Dim")],
@@ -24,22 +24,7 @@ _SCHEMA = {
 }
 DT_FLOAT, DT_INT32 = 1, 3
 
-
-def _build_messages():
-    f = descriptor_pb2.FileDescriptorProto(name="veldan_graphdef.proto", package="veldan.graphdef", syntax="proto2")
-    for message, fields in _SCHEMA.items():
-        m = f.message_type.add(name=message)
-        for name, number, kind, repeated, type_name in fields:
-            m.field.add(name=name, number=number, type=kind, json_name=name,
-                        label=_F.LABEL_REPEATED if repeated else _F.LABEL_OPTIONAL,
-                        type_name=f".veldan.graphdef.{type_name}" if type_name else None)
-    pool = descriptor_pool.DescriptorPool()
-    pool.Add(f)
-    factory = message_factory.MessageFactory(pool)
-    return {m: factory.GetPrototype(pool.FindMessageTypeByName(f"veldan.graphdef.{m}")) for m in _SCHEMA}
-
-
-_M = _build_messages()
+_M = build_messages("veldan.graphdef", _SCHEMA)
 
 
 class GraphWriter:

@@ -128,7 +128,7 @@ class Network(nn.Module):
         return [self.heads[head](x) for head, _, _ in self.definition.heads]
 
 
-def _fold(linear, norm):
+def fold(linear, norm):
     """Batch normalisation folded into the weights in front of it."""
     w = linear.weight.detach().double()
     scale = norm.weight.detach().double() / torch.sqrt(norm.running_var.double() + norm.eps)
@@ -152,7 +152,7 @@ def export(network, logit_shift=None):
 
     for layer in network.definition.layers:
         linear, norm, prelu = network.blocks[layer[1]]
-        weight, bias = _fold(linear, norm)
+        weight, bias = fold(linear, norm)
         if layer[0] == "conv":
             x = g.conv(layer[1], x, weight, bias, layer[4], layer[5])
         else:

@@ -1,0 +1,120 @@
+"""The networks that turn an aligned face into 128 numbers, defined once for training and for the shipped Caffe files.
+
+A thin residual network of plain 3 x 3 convolutions: depthwise layers, the usual choice at this size, are what a processor
+without an accelerator is slow at. Few channels where the maps are large, because there a convolution is limited by memory;
+multiples of 16 everywhere, because vector registers are.
+"""
+import numpy as np
+import torch
+from torch import nn
+
+from . import caffe, networks
+
+FEATURES = 128
+CROP = 112
+# The engine paints the crop's rows from here on grey before the masked network sees it.
+PAINTED_FROM = 56
+
+
+class Definition:
+    """stages: (channels, residual blocks), each stage halves the size first. rows: how many of the crop's rows are looked at."""
+
+    def __init__(self, name, version, output, rows=CROP, stem=16, stages=((48, 1), (96, 1), (128, 2)), wide=256):
+        self.name, self.version, self.output, self.rows = name, version, output, rows
+        self.stem, self.stages, self.wide = stem, stages, wide
+
+
+DEFINITIONS = {
+    "FaceRecog": Definition("FaceRecog", "5_0_0", "fc1_scale"),
+    # The painted half says nothing: it is cut off first, and all the work goes into the other half.
+    "FaceMaskRecog": Definition("FaceMaskRecog", "5_2_0", "pre_fc1", rows=PAINTED_FROM, wide=192),
+}
+
+
+def _unit(inputs, outputs, kernel, stride=1, groups=1):
+    pad = 1 if kernel == 3 else 0
+    return nn.Sequential(nn.Conv2d(inputs, outputs, kernel, stride, pad, groups=groups, bias=False), nn.BatchNorm2d(outputs))
+
+
+class Network(nn.Module):
+    """Input: n x 3 x 112 x 112, (pixel - 127.5) / 128, red, green, blue. Output: n x 128, not normalised."""
+
+    def __init__(self, name):
+        super().__init__()
+        d = self.definition = DEFINITIONS[name]
+        self.units = nn.ModuleDict({"conv1": _unit(3, d.stem, 3, 2)})
+        self.order = [("conv", "conv1")]
+        channels, size = d.stem, np.array([d.rows, CROP]) // 2
+        for s, (out, blocks) in enumerate(d.stages, 2):
+            self.units[f"conv{s}"] = _unit(channels, out, 3, 2)
+            self.order.append(("conv", f"conv{s}"))
+            channels, size = out, (size + 1) // 2
+            for b in range(1, blocks + 1):
+                for half in "ab":
+                    self.units[f"conv{s}_{b}{half}"] = _unit(channels, channels, 3)
+                self.order.append(("block", f"conv{s}_{b}"))
+        self.units["wide"] = _unit(channels, d.wide, 1)
+        self.order.append(("conv", "wide"))
+        # One weight a place and channel, where an average would forget where in the face something was seen.
+        self.units["pool"] = _unit(d.wide, d.wide, tuple(int(s) for s in size), groups=d.wide)
+        self.fc = nn.Linear(d.wide, FEATURES)
+        self.bfloat16 = False
+
+    def forward(self, x):
+        x = x[:, :, :self.definition.rows].contiguous(memory_format=torch.channels_last)
+        with torch.autocast("cpu", dtype=torch.bfloat16, enabled=self.bfloat16 and self.training):
+            for kind, name in self.order:
+                if kind == "conv":
+                    x = torch.relu_(self.units[name](x))
+                else:
+                    inner = self.units[f"{name}b"](torch.relu_(self.units[f"{name}a"](x)))
+                    x = torch.relu_(inner + x)
+            x = self.units["pool"](x)
+        return self.fc(x.flatten(1).float())
+
+
+def base_name(name):
+    return f"VELDAN_V{DEFINITIONS[name].version}_{name}"
+
+
+def export(network):
+    """(weights, text) of the shipped network, batch normalisation folded in."""
+    network.eval()
+    d = network.definition
+    n = caffe.NetWriter(d.name)
+    x = n.input("data", (1, 3, CROP, CROP))
+    if d.rows < CROP:
+        x = n.upper_rows("upper", x, d.rows)
+
+    def unit(name, x):
+        convolution, norm = network.units[name]
+        weight, bias = networks.fold(convolution, norm)
+        return n.conv(name, x, weight, bias, convolution.stride[0], convolution.padding[0], convolution.groups)
+
+    for kind, name in network.order:
+        if kind == "conv":
+            x = n.relu(f"{name}_relu", unit(name, x))
+        else:
+            inner = unit(f"{name}b", n.relu(f"{name}a_relu", unit(f"{name}a", x)))
+            x = n.relu(f"{name}_relu", n.add(f"{name}_sum", inner, x))
+    n.dense(d.output, unit("pool", x), network.fc.weight.detach().numpy(), network.fc.bias.detach().numpy())
+    return n.weights(), n.text()
+
+
+def check_export(network, weights, text):
+    """Runs the files in OpenCV's reader beside the trained module; returns the largest error relative to the output's range."""
+    import cv2
+    reader = cv2.dnn.readNetFromCaffe(np.frombuffer(text, np.uint8), np.frombuffer(weights, np.uint8))
+    worst = 0.0
+    for seed in range(3):
+        x = np.random.default_rng(seed).uniform(-1, 1, (1, 3, CROP, CROP)).astype(np.float32)
+        reader.setInput(x, "")
+        got = reader.forward(network.definition.output)
+        with torch.no_grad():
+            want = network(torch.from_numpy(x)).numpy()
+        if got.shape != want.shape:
+            raise RuntimeError(f"shape {got.shape}, expected {want.shape}")
+        worst = max(worst, float(np.abs(got - want).max() / np.abs(want).max()))
+    if worst > 1e-4:
+        raise RuntimeError(f"the exported files differ from the trained network by {worst:.2e}")
+    return worst
