@@ -9,6 +9,10 @@ set(VELDAN_NETWORKS
     VELDAN_V5_1_0_LiveDetect_NIR.pb
     VELDAN_V5_1_0_FaceMaskDetect.pb
     VELDAN_V5_1_0_FaceMaskAlign.pb
+    VELDAN_V5_0_0_FaceRecog_Model.caffemodel
+    VELDAN_V5_0_0_FaceRecog_Prototxt.prototxt
+    VELDAN_V5_2_0_FaceMaskRecog_Model.caffemodel
+    VELDAN_V5_2_0_FaceMaskRecog_Prototxt.prototxt
 )
 
 # veldan_embed_networks(target folder networks...) adds one generated unit per network to the target. A unit is made anew

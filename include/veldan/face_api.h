@@ -94,6 +94,168 @@ VELDAN_API int zzFreeAlgThread(void* handle);
 VELDAN_API int zzDetectFaceThread(void* handle, unsigned char* image, int width, int height, int* faceNum,
                                   VDFACEINFOEX* faces);
 
+/**
+ * zzDetectFaceThread() and quality, with identities and search verdicts carried over from the frame before by the
+ * overlap of the boxes. Hand back what the previous call returned; a count of 0 starts anew. The first frame gets no
+ * identities.
+ * @param faceNum  in: faces of the previous call, 0 to 100; out: faces of this frame, at most 100, largest first
+ * @param faces    in and out; room as for zzDetectFaceThread(). trackId tells a person's faces in successive frames.
+ *                 A face that overlaps none of the frame before gets the identity of its face 0 unless another face
+ *                 claims it.
+ * @return 0; 12 when handle is null; 13 when detection failed for whatever reason; 32 when quality failed
+ */
+VELDAN_API int zzTrackFaceThread(void* handle, unsigned char* image, int width, int height, int* faceNum,
+                                 VDFACEINFOEX* faces);
+
+/** @name One engine over the faces of a frame
+ * Records as detection wrote them for the same image; each writes one word of them. 12 when handle is null. */
+/**@{*/
+/** Writes quality, 0 to 100. @return 0, 12, or 32 when it failed */
+VELDAN_API int zzFaceQualityThread(void* handle, unsigned char* image, int width, int height, int faceNum,
+                                   VDFACEINFOEX* faces);
+/**
+ * Quality for enrolment, of exactly one face: lowered to 0.8 of it when the face is blurred.
+ * @return the quality, 0 to 100; 12; 15 when faceNum is not 1; 32 when it failed. A quality of 12, 15 or 32 reads like
+ * an error: look at faces[0].quality to tell them apart.
+ */
+VELDAN_API int zzFaceQuality4RegisterThread(void* handle, unsigned char* image, int width, int height, int faceNum,
+                                            VDFACEINFOEX* faces);
+/** Writes liveness, 0 to 100, of a picture in visible light. @return 0, 12, or -1 when the arguments make no sense */
+VELDAN_API int zzVisLivenessDetectThread(void* handle, unsigned char* image, int width, int height, int faceNum,
+                                         VDFACEINFOEX* faces);
+/** Writes liveness, 0 to 100, of a near-infrared picture. @return 0, 12, or -1 when the arguments make no sense */
+VELDAN_API int zzNirLivenessDetectThread(void* handle, unsigned char* image, int width, int height, int faceNum,
+                                         VDFACEINFOEX* faces);
+/** Writes maskScore, 0 to 100; the flows below take a face as masked from 41 on. @return 0, 12, or 32 when it failed */
+VELDAN_API int zzFaceMaskThread(void* handle, unsigned char* image, int width, int height, int faceNum,
+                                VDFACEINFOEX* faces);
+/**@}*/
+
+/** Bytes of a template of either kind: 520. 12 when handle is null, which no template size is. */
+VELDAN_API int zzGetFeatureSizeThread(void* handle);
+
+/** @name Templates
+ * Writes one template of zzGetFeatureSizeThread() bytes for each face to feature. Where image or size make no sense,
+ * the templates hold zeros and are similar to nothing. @return 0, or 12 when handle is null */
+/**@{*/
+/** Bare faces, for enrolment and recognition. */
+VELDAN_API int zzExtractFeatureThread(void* handle, unsigned char* image, int width, int height, int faceNum,
+                                      VDFACEINFOEX* faces, unsigned char* feature);
+/** Faces that may wear a mask, for recognition: key points 5 and 6 align them. */
+VELDAN_API int zzMaskExtractFeatureThread(void* handle, unsigned char* image, int width, int height, int faceNum,
+                                          VDFACEINFOEX* faces, unsigned char* feature);
+/** The same kind of template for enrolment, from a bare face: key points 0 to 4 align it. */
+VELDAN_API int zzMaskExtractFeature4RegThread(void* handle, unsigned char* image, int width, int height, int faceNum,
+                                              VDFACEINFOEX* faces, unsigned char* feature);
+/**@}*/
+
+/**
+ * Similarity of two templates of bare faces: (cosine + 1) / 2, from 0 to 1.
+ * @param score  receives it; not a number when a template holds zeros
+ * @return 0; 12 when handle is null; 17, score untouched, when a template is damaged, of the other kind or null
+ */
+VELDAN_API int zzMatchFeatureThread(void* handle, unsigned char* featureA, unsigned char* featureB, float* score);
+/** As zzMatchFeatureThread(), of faces with masks. */
+VELDAN_API int zzMaskMatchFeatureThread(void* handle, unsigned char* featureA, unsigned char* featureB, float* score);
+
+/**
+ * Searches a gallery for the person of a template. A gallery is an array of templates of one kind, grouped by person.
+ *
+ * A similarity of 0.80 and more is accepted at once. Otherwise the best similarities of the last three searches of the
+ * same track (face->trackId modulo 100) are averaged for each person, and the best average must reach the threshold;
+ * after five searches without success the face is declared unknown. Every decision begins the counts of all tracks
+ * anew.
+ * @param gallery       the templates of person 0, then those of person 1, and so on; damaged ones are passed over
+ * @param galleryNum    size of the gallery, compared with the instance's capacity: templates or persons, at least
+ *                      personNum
+ * @param templateNums  number of templates of each person; null for one each
+ * @param personNum     number of persons
+ * @param threshold     percent
+ * @param feature       the template to search for
+ * @param face          its record: trackId and searchFlag are read; searchFlag, searchId and searchScore are written
+ * @return 0 when known: searchFlag 1, searchId the person's index, searchScore the similarity in percent (nothing
+ * changes when searchFlag was 1 before); 12 when handle is null; 17 when a pointer is null; VD_SEARCH_UNDECIDED;
+ *         VD_SEARCH_UNKNOWN; VD_SEARCH_CAPACITY
+ */
+VELDAN_API int zzSearchNFeatureThread(void* handle, unsigned char* gallery, int galleryNum, int* templateNums,
+                                      int personNum, int threshold, unsigned char* feature, VDFACEINFOEX* face);
+/** As zzSearchNFeatureThread(), of faces with masks. */
+VELDAN_API int zzMaskSearchNFeatureThread(void* handle, unsigned char* gallery, int galleryNum, int* templateNums,
+                                          int personNum, int threshold, unsigned char* feature, VDFACEINFOEX* face);
+/** As zzSearchNFeatureThread(), with one template per person. */
+VELDAN_API int zzSearchFeatureThread(void* handle, unsigned char* gallery, int personNum, int threshold,
+                                     unsigned char* feature, VDFACEINFOEX* face);
+/** As zzSearchFeatureThread(), of faces with masks. */
+VELDAN_API int zzMaskSearchFeatureThread(void* handle, unsigned char* gallery, int personNum, int threshold,
+                                         unsigned char* feature, VDFACEINFOEX* face);
+
+/**
+ * Tracked search: to be called after zzTrackFaceThread() for every frame, with the same records. Searches each face
+ * whose quality reaches qualityThreshold and that is not recognised yet, as zzSearchNFeatureThread() does; the verdict
+ * is in the records. searchFlag counts the calls since a face was recognised (1, 2, ...; after 1000000 again from 1),
+ * strangerFlag those since it was declared unknown.
+ * @return 0, or 12 when handle is null; failures of single faces are passed over
+ */
+VELDAN_API int zzSearchFaceThread(void* handle, unsigned char* gallery, int galleryNum, int* templateNums,
+                                  int personNum, int threshold, int qualityThreshold, unsigned char* image, int width,
+                                  int height, int faceNum, VDFACEINFOEX* faces);
+/** As zzSearchFaceThread(), with templates of faces with masks. */
+VELDAN_API int zzMaskSearchFaceThread(void* handle, unsigned char* gallery, int galleryNum, int* templateNums,
+                                      int personNum, int threshold, int qualityThreshold, unsigned char* image,
+                                      int width, int height, int faceNum, VDFACEINFOEX* faces);
+/**
+ * As zzSearchFaceThread(), and looks first whether each face wears a mask: masked faces are searched in maskGallery
+ * with maskThreshold, and half of qualityThreshold is enough for them. Both galleries have the same persons and counts.
+ * @return 0, or 12 when handle is null
+ */
+VELDAN_API int zzSearchAllFaceThread(void* handle, unsigned char* gallery, unsigned char* maskGallery, int galleryNum,
+                                     int* templateNums, int personNum, int threshold, int maskThreshold,
+                                     int qualityThreshold, unsigned char* image, int width, int height, int faceNum,
+                                     VDFACEINFOEX* faces);
+
+/**
+ * Recognises the first face of a frame in one call, without history: mask and quality are judged for all faces, then
+ * faces[0] is compared with the gallery of its kind.
+ * @param galleryNum  accepted and not used
+ * @return 0: searchFlag 1, searchId and searchScore of the person when the threshold is reached; otherwise searchFlag
+ * -1, searchId -1, searchScore the best one. 12 when handle is null; 32 when quality is too low or there is no face; 18
+ * when extraction failed; 17 when a template of the gallery is damaged or of the other kind: searchFlag -1, searchId
+ * -100, searchScore 0
+ */
+VELDAN_API int zzMaxFaceRecogThread(void* handle, unsigned char* gallery, unsigned char* maskGallery, int galleryNum,
+                                    int* templateNums, int personNum, int threshold, int maskThreshold,
+                                    int qualityThreshold, unsigned char* image, int width, int height, int faceNum,
+                                    VDFACEINFOEX* faces);
+
+/**
+ * One-shot search, without history, in a gallery of one template of a bare face per person.
+ * @param galleryNum  number of templates
+ * @param threshold   percent that the best template must reach
+ * @param face        receives searchFlag (1 or 0), searchId (index or -1) and searchScore (percent, cut off)
+ * @return 0 when the threshold is reached, -1 when not; 12 when handle is null; 17 when a pointer is null
+ */
+VELDAN_API int zzDetectSearchFeatureThread(void* handle, unsigned char* gallery, int galleryNum, int threshold,
+                                           unsigned char* feature, VDFACEINFOEX* face);
+/**
+ * zzDetectSearchFeatureThread() for every face of a frame whose quality, which is judged first, reaches
+ * qualityThreshold.
+ * @return always 0: also a null handle is not an error here
+ */
+VELDAN_API int zzDetectSearchFaceThread(void* handle, unsigned char* gallery, int galleryNum, int threshold,
+                                        int qualityThreshold, unsigned char* image, int width, int height, int faceNum,
+                                        VDFACEINFOEX* faces);
+/**
+ * As zzDetectSearchFaceThread(), with mask judged too: masked faces need half the quality, and are compared as masked
+ * ones with maskThreshold.
+ * @param gallery      where both kinds are searched
+ * @param maskGallery  accepted and deliberately not used
+ * @return always 0
+ */
+VELDAN_API int zzDetectSearchAllFaceThread(void* handle, unsigned char* gallery, unsigned char* maskGallery,
+                                           int galleryNum, int threshold, int maskThreshold, int qualityThreshold,
+                                           unsigned char* image, int width, int height, int faceNum,
+                                           VDFACEINFOEX* faces);
+
 VELDAN_END_DECLS
 
 #endif

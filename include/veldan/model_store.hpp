@@ -63,5 +63,13 @@ VELDAN_NETWORK_ACCESSORS(VELDAN_V5_1_0_LiveDetect_NIR);
 VELDAN_NETWORK_ACCESSORS(VELDAN_V5_1_0_FaceMaskDetect);
 /** Two-point landmarks (TensorFlow GraphDef). */
 VELDAN_NETWORK_ACCESSORS(VELDAN_V5_1_0_FaceMaskAlign);
+/** Recognizer of bare faces: weights (Caffe). */
+VELDAN_NETWORK_ACCESSORS(VELDAN_V5_0_0_FaceRecog_Model);
+/** Recognizer of bare faces: network text (Caffe). */
+VELDAN_NETWORK_ACCESSORS(VELDAN_V5_0_0_FaceRecog_Prototxt);
+/** Recognizer of faces with masks: weights (Caffe). */
+VELDAN_NETWORK_ACCESSORS(VELDAN_V5_2_0_FaceMaskRecog_Model);
+/** Recognizer of faces with masks: network text (Caffe). */
+VELDAN_NETWORK_ACCESSORS(VELDAN_V5_2_0_FaceMaskRecog_Prototxt);
 
 #endif

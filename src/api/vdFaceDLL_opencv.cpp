@@ -2,9 +2,11 @@
 #include <veldan/face_landmark.hpp>
 #include <veldan/face_mask.hpp>
 #include <veldan/instance.hpp>
+#include <veldan/mask_recognizer.hpp>
 #include <veldan/mtcnn.hpp>
 #include <veldan/onet_landmark.hpp>
 #include <veldan/quality_evaluation.hpp>
+#include <veldan/recognizer.hpp>
 #include <veldan/result_codes.h>
 #include <veldan/spoof_detection.hpp>
 
@@ -102,9 +104,11 @@ int VdFaceAPI::vdInitAlg(char* path, int /*mode*/, int capacity_) {
     };
     // The order is fixed: detector, quality, recognizer, liveness, mask, two-point landmark, masked recognizer,
     // landmark refinement. The last two are deliberately not in the order of their slots.
-    const bool loaded = load(faceDetector, InitFaceDetectorEngine) && load(faceQuality, InitFaceQualityEngine) &&
-                        load(livenessDetector, InitLivenessDetectorEngine) && load(faceMask, InitFaceMaskEngine) &&
-                        load(faceLandmark, InitFaceLandmarkEngine) && load(onetLandmark, InitOnetLandmarkEngine);
+    const bool loaded =
+        load(faceDetector, InitFaceDetectorEngine) && load(faceQuality, InitFaceQualityEngine) &&
+        load(faceRecognizer, InitFaceRecognizerEngine) && load(livenessDetector, InitLivenessDetectorEngine) &&
+        load(faceMask, InitFaceMaskEngine) && load(faceLandmark, InitFaceLandmarkEngine) &&
+        load(maskFaceRecognizer, InitMaskFaceRecognizerEngine) && load(onetLandmark, InitOnetLandmarkEngine);
     if (!loaded) {
         vdFreeAlg();
         return error;
@@ -126,9 +130,11 @@ int VdFaceAPI::vdFreeAlg() {
     // Slot order, except that the masked recognizer (slot 7) goes before the landmark refinement (slot 6).
     release(faceDetector, FreeFaceDetectorEngine);
     release(faceQuality, FreeQualityEngine);
+    release(faceRecognizer, FreeFaceRecognizerEngine);
     release(livenessDetector, FreeLivenessDetectorEngine);
     release(faceMask, FreeMaskEngine);
     release(faceLandmark, FreeLandmarkEngine);
+    release(maskFaceRecognizer, FreeMaskFaceRecognizerEngine);
     release(onetLandmark, FreeOnetLandmarkEngine);
 
     if (searchHistory != nullptr) {
@@ -202,6 +208,14 @@ int VdFaceAPI::FreeQualityEngine(QUALITYEVALUATION* engine) {
     return freeEngine(engine);
 }
 
+MOBILEFACENET* VdFaceAPI::InitFaceRecognizerEngine(char* path, int* error) {
+    return createEngine(&MOBILEFACENET::mfInitAlg, path, error);
+}
+
+int VdFaceAPI::FreeFaceRecognizerEngine(MOBILEFACENET* engine) {
+    return freeEngine(engine);
+}
+
 vdSpoofDetection* VdFaceAPI::InitLivenessDetectorEngine(char* path, int* error) {
     return createEngine(&vdSpoofDetection::vdSpoofInitAlg, path, error);
 }
@@ -223,6 +237,14 @@ vdFaceLandmark* VdFaceAPI::InitFaceLandmarkEngine(char* path, int* error) {
 }
 
 int VdFaceAPI::FreeLandmarkEngine(vdFaceLandmark* engine) {
+    return freeEngine(engine);
+}
+
+MASKMOBILEFACENET* VdFaceAPI::InitMaskFaceRecognizerEngine(char* path, int* error) {
+    return createEngine(&MASKMOBILEFACENET::maskfInitAlg, path, error);
+}
+
+int VdFaceAPI::FreeMaskFaceRecognizerEngine(MASKMOBILEFACENET* engine) {
     return freeEngine(engine);
 }
 

@@ -61,10 +61,5 @@ int QUALITYEVALUATION::vdGetDataSize(char* path) {
 }
 
 int QUALITYEVALUATION::np_round(float value) {
-    const int whole = veldan::truncate(value);
-    // Halves below zero are never found here, since the truncation lies above them; they go away from zero. Only those
-    // above zero go to the even neighbour. On purpose.
-    if (static_cast<double>(value) == whole + 0.5)
-        return whole % 2 == 0 ? whole : veldan::truncate(2 * value - static_cast<float>(whole));
-    return veldan::truncate(std::round(value));
+    return veldan::roundHalves(value);
 }

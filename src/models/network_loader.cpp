@@ -38,6 +38,15 @@ int readNet(const Read& read, cv::dnn::Net& net) {
     return VD_OK;
 }
 
+bool hasAllWeights(cv::dnn::Net& net) {
+    for (const cv::String& name : net.getLayerNames()) {
+        const cv::Ptr<cv::dnn::Layer> layer = net.getLayer(net.getLayerId(name));
+        if ((layer->type == "Convolution" || layer->type == "InnerProduct") && layer->blobs.empty())
+            return false;
+    }
+    return true;
+}
+
 // OpenCV 4.6 keeps what its TensorFlow reader can read in a static map that every call fills in anew, without a lock:
 // two threads that make the process's first calls at the same time damage it and crash. Later calls only write what is
 // there already. So the first call is made here, once, on the smallest graph there is; other threads wait for it. It is
@@ -87,7 +96,7 @@ int loadCaffeNet(StoredFile weights, StoredFile text, const char* outputLayer, c
         return error;
     const auto read = [&] {
         cv::dnn::Net loaded = cv::dnn::readNetFromCaffe(textBytes, weightBytes);
-        return loaded.getLayerId(outputLayer) >= 0 ? loaded : cv::dnn::Net();
+        return loaded.getLayerId(outputLayer) >= 0 && hasAllWeights(loaded) ? loaded : cv::dnn::Net();
     };
     return readNet(read, net);
 }

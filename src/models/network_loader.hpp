@@ -27,8 +27,9 @@ struct StoredFile {
     NetworkData data;
 };
 
-// Weights are fetched before the text. The text must have the output layer: unlike a damaged GraphDef, one that
-// describes another network is read without complaint.
+// Weights are fetched before the text. The text must have the output layer, and the weights those of every layer:
+// unlike a damaged GraphDef, Caffe files that do not belong together are read without complaint and fail only when the
+// network runs.
 int loadCaffeNet(StoredFile weights, StoredFile text, const char* outputLayer, cv::dnn::Net& net);
 
 int loadTensorflowNet(NetworkLength length, NetworkData data, cv::dnn::Net& net);

@@ -58,6 +58,9 @@ protected:
         onFrame([&](auto... f) { return instance.livenessDetector->vdSpoofRGBEvaluation(f..., count, faces.data()); });
         onFrame([&](auto... f) { return instance.livenessDetector->vdSpoofNIREvaluation(f..., count, faces.data()); });
         onFrame([&](auto... f) { return instance.onetLandmark->mOnetLandmark(f..., count, faces.data()); });
+        std::vector<unsigned char> feature(520);
+        onFrame([&](auto... f) { return instance.vdExtractFeature(f..., count, faces.data(), feature.data()); });
+        onFrame([&](auto... f) { return instance.vdMaskExtractFeature(f..., count, faces.data(), feature.data()); });
         ASSERT_EQ(instance.vdFreeAlg(), 0);
     }
 

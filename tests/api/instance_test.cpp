@@ -58,10 +58,12 @@ TEST_F(Instance, HistoryFollowsTheCapacity) {
         const auto instance = create(asked, asked % 2);
         EXPECT_NE(instance->faceDetector, nullptr);
         EXPECT_NE(instance->faceQuality, nullptr);
+        EXPECT_NE(instance->faceRecognizer, nullptr);
         EXPECT_NE(instance->livenessDetector, nullptr);
         EXPECT_NE(instance->faceMask, nullptr);
         EXPECT_NE(instance->faceLandmark, nullptr);
         EXPECT_NE(instance->onetLandmark, nullptr);
+        EXPECT_NE(instance->maskFaceRecognizer, nullptr);
         EXPECT_EQ(instance->capacity, expected);
         EXPECT_EQ(instance->currentFaceNum, 0);
         EXPECT_EQ(instance->previousFaceNum, 0);
@@ -105,6 +107,8 @@ void expectOperations() {
 TEST_F(Instance, EngineOperations) {
     expectOperations<VdFaceAPI::InitFaceDetectorEngine, VdFaceAPI::FreeFaceDetectorEngine>();
     expectOperations<VdFaceAPI::InitFaceQualityEngine, VdFaceAPI::FreeQualityEngine>();
+    expectOperations<VdFaceAPI::InitFaceRecognizerEngine, VdFaceAPI::FreeFaceRecognizerEngine>();
+    expectOperations<VdFaceAPI::InitMaskFaceRecognizerEngine, VdFaceAPI::FreeMaskFaceRecognizerEngine>();
     expectOperations<VdFaceAPI::InitLivenessDetectorEngine, VdFaceAPI::FreeLivenessDetectorEngine>();
     expectOperations<VdFaceAPI::InitFaceMaskEngine, VdFaceAPI::FreeMaskEngine>();
     expectOperations<VdFaceAPI::InitFaceLandmarkEngine, VdFaceAPI::FreeLandmarkEngine>();

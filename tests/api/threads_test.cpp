@@ -18,6 +18,7 @@ struct Found {
     int code = -1;
     int freeResult = -1;
     std::vector<VDFACEINFOEX> faces;
+    std::vector<unsigned char> templates; // of the first face, bare and masked
 };
 
 Found createDetectFree(const cv::Mat& photo) {
@@ -27,6 +28,9 @@ Found createDetectFree(const cv::Mat& photo) {
     int faceNum = 0;
     found.code = zzDetectFaceThread(handle, photo.data, photo.cols, photo.rows, &faceNum, faces.data());
     found.faces.assign(faces.begin(), faces.begin() + faceNum);
+    found.templates.resize(2 * 520);
+    zzExtractFeatureThread(handle, photo.data, photo.cols, photo.rows, 1, faces.data(), found.templates.data());
+    zzMaskExtractFeatureThread(handle, photo.data, photo.cols, photo.rows, 1, faces.data(), &found.templates[520]);
     found.freeResult = zzFreeAlgThread(handle);
     return found;
 }
@@ -55,6 +59,7 @@ TEST(Threads, FourInstancesAtOnce) {
         EXPECT_EQ(result.freeResult, 0);
         ASSERT_EQ(result.faces.size(), alone.faces.size());
         EXPECT_EQ(std::memcmp(result.faces.data(), alone.faces.data(), alone.faces.size() * sizeof(VDFACEINFOEX)), 0);
+        EXPECT_EQ(result.templates, alone.templates);
     }
 }
 

@@ -2,7 +2,6 @@
 // written. The input is made here from a formula, so only the answers are stored.
 
 #include "models/network_loader.hpp"
-#include "support/networks.hpp"
 
 #include <veldan/model_store.hpp>
 
@@ -14,15 +13,16 @@
 #include <cmath>
 #include <cstdint>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace {
 
+// The name is that of the file with the answers.
 struct StoredNetwork {
     const char* name;
-    int (*length)();
-    int (*data)(unsigned char*);
+    std::function<int(cv::dnn::Net&)> load;
 };
 
 void PrintTo(const StoredNetwork& network, std::ostream* out) {
@@ -38,7 +38,7 @@ TEST_P(NetworkAnswers, AreThoseOfTheTrainer) {
     const nlohmann::json expected = nlohmann::json::parse(file);
 
     cv::dnn::Net net;
-    ASSERT_EQ(veldan::loadTensorflowNet(GetParam().length, GetParam().data, net), 0);
+    ASSERT_EQ(GetParam().load(net), 0);
     cv::Mat input(expected["input"]["shape"].get<std::vector<int>>(), CV_32F);
     for (std::uint32_t i = 0; i < input.total(); ++i) {
         input.ptr<float>()[i] = static_cast<float>(static_cast<double>(i * 2654435761U) / 2147483648.0 - 1.0);
@@ -66,8 +66,27 @@ TEST_P(NetworkAnswers, AreThoseOfTheTrainer) {
     }
 }
 
-#define STORED_NETWORK(NAME) StoredNetwork{#NAME, length_##NAME, data_##NAME},
-const StoredNetwork networks[] = {VELDAN_FOR_EACH_NETWORK(STORED_NETWORK)};
+#define GRAPH(NAME)                                                                                                    \
+    StoredNetwork {                                                                                                    \
+#NAME, [](cv::dnn::Net & net) { return veldan::loadTensorflowNet(length_##NAME, data_##NAME, net); }           \
+    }
+#define CAFFE(NAME, OUTPUT)                                                                                            \
+    StoredNetwork {                                                                                                    \
+#NAME "_Model", [](cv::dnn::Net& net) {                                                                        \
+            return veldan::loadCaffeNet({length_##NAME##_Model, data_##NAME##_Model},                                  \
+                                        {length_##NAME##_Prototxt, data_##NAME##_Prototxt}, OUTPUT, net);              \
+        }       \
+    }
+const StoredNetwork networks[] = {GRAPH(VELDAN_V5_1_0_FaceDetectP),
+                                  GRAPH(VELDAN_V5_1_0_FaceDetectR),
+                                  GRAPH(VELDAN_V5_1_0_FaceDetectO),
+                                  GRAPH(VELDAN_V5_0_0_FaceQuality),
+                                  GRAPH(VELDAN_V5_0_0_LiveDetect_RGB),
+                                  GRAPH(VELDAN_V5_1_0_LiveDetect_NIR),
+                                  GRAPH(VELDAN_V5_1_0_FaceMaskDetect),
+                                  GRAPH(VELDAN_V5_1_0_FaceMaskAlign),
+                                  CAFFE(VELDAN_V5_0_0_FaceRecog, "fc1_scale"),
+                                  CAFFE(VELDAN_V5_2_0_FaceMaskRecog, "pre_fc1")};
 
 INSTANTIATE_TEST_SUITE_P(Models, NetworkAnswers, testing::ValuesIn(networks),
                          [](const testing::TestParamInfo<StoredNetwork>& info) {

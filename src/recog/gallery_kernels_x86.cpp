@@ -1,0 +1,310 @@
+#include "recog/gallery_kernels_x86.hpp"
+
+#if defined(__x86_64__) && defined(__GNUC__)
+
+#include "recog/gallery_search.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <immintrin.h>
+
+#ifndef __clang__
+// GCC's intrinsics start from vectors left undefined on purpose; it warns of them nonetheless.
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#endif
+
+// The library is built for any x86-64; only these functions are compiled for more.
+#define VELDAN_AVX2 __attribute__((target("avx2,fma")))
+#define VELDAN_AVX512 __attribute__((target("avx512f,avx512dq,avx512vl,avx512bw,avx2,fma")))
+
+namespace veldan {
+
+bool runsAvx2() {
+    return __builtin_cpu_supports("avx2") != 0 && __builtin_cpu_supports("fma") != 0;
+}
+
+bool runsAvx512() {
+    return runsAvx2() && __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512dq") != 0 &&
+           __builtin_cpu_supports("avx512vl") != 0 && __builtin_cpu_supports("avx512bw") != 0;
+}
+
+namespace {
+
+// Templates whose sums are brought together at a time, so that adding up across a vector is shared between them.
+constexpr int group = 8;
+
+constexpr int headLength = 8;
+constexpr int tagLength = 7;
+constexpr std::uint64_t tagMask = 0x00FFFFFFFFFFFFFF; // in the first eight bytes
+constexpr std::ptrdiff_t size = templateSize;
+
+std::uint64_t otherTags(const unsigned char* entry, const unsigned char* tag) {
+    std::uint64_t bits = 0;
+    for (int i = 0; i < group; ++i)
+        bits |= std::uint64_t{std::memcmp(entry + i * size, tag, tagLength) != 0} << i;
+    return bits;
+}
+
+// Dot products and squared norms of a block. The last group of a block may overlap with the one before it and find the
+// same once more.
+struct Products {
+    alignas(64) float dot[galleryBlock];
+    alignas(64) float norm[galleryBlock];
+};
+
+// ---- The end of both: what sums of products mean.
+
+VELDAN_AVX2 __m256i percentsOf(__m256 scores) {
+    // The maximum with a NaN is the second operand: what is not a number becomes 0.
+    const __m256 positive = _mm256_max_ps(scores, _mm256_setzero_ps());
+    return _mm256_cvttps_epi32(_mm256_mul_ps(_mm256_set1_ps(100), positive));
+}
+
+VELDAN_AVX2 std::uint64_t bitsOf(__m256 mask) {
+    return static_cast<std::uint64_t>(_mm256_movemask_ps(mask));
+}
+
+// Apart from the sums, so that roots and quotients of many groups are under way at the same time.
+VELDAN_AVX2 void scoreProducts(const Products& products, int count, float toBeat, GalleryScores& scores) {
+    const __m256 error = _mm256_set1_ps(galleryScoreError);
+    std::uint64_t open = 0;
+    std::uint64_t contending = 0;
+    std::uint64_t safe = 0;
+    for (int done = 0; done < count; done += group) {
+        const int first = std::min(done, count - group);
+        const __m256 norm = _mm256_loadu_ps(products.norm + first);
+        const __m256 cosine = _mm256_div_ps(_mm256_loadu_ps(products.dot + first), _mm256_sqrt_ps(norm));
+        const __m256 score = _mm256_add_ps(_mm256_set1_ps(0.5F), cosine);
+        const __m256 most = _mm256_add_ps(score, error);
+        const __m256i lower = percentsOf(_mm256_sub_ps(score, error));
+        const __m256i upper = percentsOf(most);
+        _mm256_storeu_ps(scores.score + first, score);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(scores.lower + first), lower);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(scores.upper + first), upper);
+        open |= bitsOf(_mm256_castsi256_ps(_mm256_xor_si256(_mm256_cmpeq_epi32(lower, upper), _mm256_set1_epi32(-1))))
+                << first;
+        contending |= bitsOf(_mm256_cmp_ps(most, _mm256_set1_ps(toBeat), _CMP_GT_OQ)) << first;
+        safe |= bitsOf(_mm256_and_ps(_mm256_cmp_ps(norm, _mm256_set1_ps(leastSquaredNorm), _CMP_GE_OQ),
+                                     _mm256_cmp_ps(norm, _mm256_set1_ps(mostSquaredNorm), _CMP_LE_OQ)))
+                << first;
+    }
+    scores.open = open;
+    scores.contending = contending;
+    scores.unsafe = safe ^ (~std::uint64_t{0} >> (galleryBlock - count));
+}
+
+// ---- AVX-512: a feature is eight vectors.
+
+VELDAN_AVX512 __m512 load16(const unsigned char* bytes, int vector) {
+    return _mm512_loadu_ps(bytes + static_cast<std::ptrdiff_t>(vector) * 64);
+}
+
+VELDAN_AVX512 __m512i xor3(__m512i a, __m512i b, __m512i c) {
+    return _mm512_ternarylogic_epi64(a, b, c, 0x96);
+}
+
+// Adds the 128-bit lanes of a and of b in pairs: a0+a1, a2+a3, b0+b1, b2+b3.
+VELDAN_AVX512 __m512 addLanes(__m512 a, __m512 b) {
+    return _mm512_add_ps(_mm512_shuffle_f32x4(a, b, 0x88), _mm512_shuffle_f32x4(a, b, 0xDD));
+}
+
+// The same within each lane.
+VELDAN_AVX512 __m512 addWithinLanes(__m512 a, __m512 b) {
+    return _mm512_add_ps(_mm512_shuffle_ps(a, b, 0x88), _mm512_shuffle_ps(a, b, 0xDD));
+}
+
+VELDAN_AVX512 __m512i xorLanes(__m512i a, __m512i b) {
+    return _mm512_xor_si512(_mm512_shuffle_i64x2(a, b, 0x88), _mm512_shuffle_i64x2(a, b, 0xDD));
+}
+
+VELDAN_AVX512 __m512i xorWithinLanes(__m512i a, __m512i b) {
+    return _mm512_xor_si512(_mm512_unpacklo_epi64(a, b), _mm512_unpackhi_epi64(a, b));
+}
+
+struct Sums512 {
+    __m512 values; // lanes: two of the dot product, two of the squared norm
+    __m512i bytes; // exclusive or
+};
+
+// tags: gathers the bits in which the first bytes differ from the tag.
+VELDAN_AVX512 inline __attribute__((always_inline)) Sums512 sumsOf(const unsigned char* entry, const __m512* probe,
+                                                                   __m128i tag, __m128i& tags) {
+    const __m128i head = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(entry));
+    tags = _mm_ternarylogic_epi64(tags, head, tag, 0xF6);
+    const unsigned char* const feature = entry + headLength;
+    const __m512 v0 = load16(feature, 0);
+    const __m512 v1 = load16(feature, 1);
+    const __m512 v2 = load16(feature, 2);
+    const __m512 v3 = load16(feature, 3);
+    const __m512 v4 = load16(feature, 4);
+    const __m512 v5 = load16(feature, 5);
+    const __m512 v6 = load16(feature, 6);
+    const __m512 v7 = load16(feature, 7);
+    const __m512i bytes = xor3(xor3(_mm512_zextsi128_si512(head), _mm512_castps_si512(v0), _mm512_castps_si512(v1)),
+                               xor3(_mm512_castps_si512(v2), _mm512_castps_si512(v3), _mm512_castps_si512(v4)),
+                               xor3(_mm512_castps_si512(v5), _mm512_castps_si512(v6), _mm512_castps_si512(v7)));
+    __m512 dotA = _mm512_mul_ps(v0, probe[0]);
+    __m512 dotB = _mm512_mul_ps(v1, probe[1]);
+    __m512 normA = _mm512_mul_ps(v0, v0);
+    __m512 normB = _mm512_mul_ps(v1, v1);
+    dotA = _mm512_fmadd_ps(v2, probe[2], dotA);
+    dotB = _mm512_fmadd_ps(v3, probe[3], dotB);
+    normA = _mm512_fmadd_ps(v2, v2, normA);
+    normB = _mm512_fmadd_ps(v3, v3, normB);
+    dotA = _mm512_fmadd_ps(v4, probe[4], dotA);
+    dotB = _mm512_fmadd_ps(v5, probe[5], dotB);
+    normA = _mm512_fmadd_ps(v4, v4, normA);
+    normB = _mm512_fmadd_ps(v5, v5, normB);
+    dotA = _mm512_fmadd_ps(v6, probe[6], dotA);
+    dotB = _mm512_fmadd_ps(v7, probe[7], dotB);
+    normA = _mm512_fmadd_ps(v6, v6, normA);
+    normB = _mm512_fmadd_ps(v7, v7, normB);
+    return {addLanes(_mm512_add_ps(dotA, dotB), _mm512_add_ps(normA, normB)), bytes};
+}
+
+VELDAN_AVX512 void scoreAvx512(const unsigned char* templates, int count, const GalleryProbe& probe, float toBeat,
+                               GalleryScores& scores) {
+    if (count < group) {
+        portableKernel.score(templates, count, probe, toBeat, scores);
+        return;
+    }
+    __m512 direction[8];
+    for (int i = 0; i < 8; ++i)
+        direction[i] = _mm512_load_ps(probe.halfDirection + static_cast<std::ptrdiff_t>(i) * 16);
+    const __m512i order = _mm512_setr_epi32(0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15);
+    const __m128i tag = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(probe.tag));
+    Products products;
+    std::uint64_t refused = 0;
+    for (int done = 0; done < count; done += group) {
+        const int first = std::min(done, count - group);
+        const unsigned char* const entry = templates + first * size;
+        __m128i tags = _mm_setzero_si128();
+        // One after the other, as they lie in memory: any other order takes the processor's prefetching in.
+        const Sums512 s0 = sumsOf(entry, direction, tag, tags);
+        const Sums512 s1 = sumsOf(entry + size, direction, tag, tags);
+        const __m512 v01 = addLanes(s0.values, s1.values);
+        const __m512i b01 = xorWithinLanes(s0.bytes, s1.bytes);
+        const Sums512 s2 = sumsOf(entry + 2 * size, direction, tag, tags);
+        const Sums512 s3 = sumsOf(entry + 3 * size, direction, tag, tags);
+        const __m512 v0123 = addWithinLanes(v01, addLanes(s2.values, s3.values));
+        const __m512i b0123 = xorLanes(b01, xorWithinLanes(s2.bytes, s3.bytes));
+        const Sums512 s4 = sumsOf(entry + 4 * size, direction, tag, tags);
+        const Sums512 s5 = sumsOf(entry + 5 * size, direction, tag, tags);
+        const __m512 v45 = addLanes(s4.values, s5.values);
+        const __m512i b45 = xorWithinLanes(s4.bytes, s5.bytes);
+        const Sums512 s6 = sumsOf(entry + 6 * size, direction, tag, tags);
+        const Sums512 s7 = sumsOf(entry + 7 * size, direction, tag, tags);
+        const __m512 v4567 = addWithinLanes(v45, addLanes(s6.values, s7.values));
+        const __m512i b4567 = xorLanes(b45, xorWithinLanes(s6.bytes, s7.bytes));
+        // Lanes: dot products of the even templates, their squared norms, both of the odd ones.
+        const __m512 lanes = addWithinLanes(v0123, v4567);
+        const __m512 packed = _mm512_permutexvar_ps(order, lanes);
+        _mm256_storeu_ps(products.dot + first, _mm512_castps512_ps256(packed));
+        _mm256_storeu_ps(products.norm + first, _mm512_extractf32x8_ps(packed, 1));
+        __m512i sum = xorLanes(b0123, b4567);
+        sum = _mm512_xor_si512(sum, _mm512_srli_epi64(sum, 32));
+        sum = _mm512_xor_si512(sum, _mm512_srli_epi64(sum, 16));
+        sum = _mm512_xor_si512(sum, _mm512_srli_epi64(sum, 8));
+        refused |= std::uint64_t{_mm512_test_epi64_mask(sum, _mm512_set1_epi64(0xFF))} << first;
+        if ((static_cast<std::uint64_t>(_mm_cvtsi128_si64(tags)) & tagMask) != 0)
+            refused |= otherTags(entry, probe.tag) << first;
+    }
+    scoreProducts(products, count, toBeat, scores);
+    scores.refused = refused;
+}
+
+// ---- AVX2: a feature is sixteen vectors.
+
+VELDAN_AVX2 __m256 load8(const unsigned char* bytes, int vector) {
+    return _mm256_loadu_ps(reinterpret_cast<const float*>(bytes + static_cast<std::ptrdiff_t>(vector) * 32));
+}
+
+struct Sums256 {
+    __m256 dot;
+    __m256 norm;
+    __m256i bytes;
+};
+
+VELDAN_AVX2 inline __attribute__((always_inline)) Sums256 sumsOf(const unsigned char* entry, const GalleryProbe& probe,
+                                                                 __m128i tag, __m128i& tags) {
+    const __m128i head = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(entry));
+    tags = _mm_or_si128(tags, _mm_xor_si128(head, tag));
+    const unsigned char* const feature = entry + headLength;
+    __m256 dot[2];
+    __m256 norm[2];
+    __m256 bytes = _mm256_castsi256_ps(_mm256_zextsi128_si256(head));
+    for (int j = 0; j < 16; ++j) {
+        const __m256 v = load8(feature, j);
+        const __m256 p = _mm256_load_ps(probe.halfDirection + static_cast<std::ptrdiff_t>(j) * 8);
+        dot[j % 2] = j < 2 ? _mm256_mul_ps(v, p) : _mm256_fmadd_ps(v, p, dot[j % 2]);
+        norm[j % 2] = j < 2 ? _mm256_mul_ps(v, v) : _mm256_fmadd_ps(v, v, norm[j % 2]);
+        bytes = _mm256_xor_ps(bytes, v);
+    }
+    return {_mm256_add_ps(dot[0], dot[1]), _mm256_add_ps(norm[0], norm[1]), _mm256_castps_si256(bytes)};
+}
+
+// Adds up each of four vectors: lane 0 holds partial sums 0 to 3, lane 1 what is missing from them.
+VELDAN_AVX2 __m256 addAcross(__m256 a, __m256 b, __m256 c, __m256 d) {
+    return _mm256_hadd_ps(_mm256_hadd_ps(a, b), _mm256_hadd_ps(c, d));
+}
+
+VELDAN_AVX2 __m256 joinSums(__m256 low, __m256 high) {
+    return _mm256_add_ps(_mm256_permute2f128_ps(low, high, 0x20), _mm256_permute2f128_ps(low, high, 0x31));
+}
+
+VELDAN_AVX2 std::uint64_t damagedOf(const Sums256* sums) {
+    const __m256i low = _mm256_xor_si256(_mm256_unpacklo_epi64(sums[0].bytes, sums[1].bytes),
+                                         _mm256_unpackhi_epi64(sums[0].bytes, sums[1].bytes));
+    const __m256i high = _mm256_xor_si256(_mm256_unpacklo_epi64(sums[2].bytes, sums[3].bytes),
+                                          _mm256_unpackhi_epi64(sums[2].bytes, sums[3].bytes));
+    __m256i sum =
+        _mm256_xor_si256(_mm256_permute2x128_si256(low, high, 0x20), _mm256_permute2x128_si256(low, high, 0x31));
+    sum = _mm256_xor_si256(sum, _mm256_srli_epi64(sum, 32));
+    sum = _mm256_xor_si256(sum, _mm256_srli_epi64(sum, 16));
+    sum = _mm256_xor_si256(sum, _mm256_srli_epi64(sum, 8));
+    const __m256i intact = _mm256_cmpeq_epi64(_mm256_and_si256(sum, _mm256_set1_epi64x(0xFF)), _mm256_setzero_si256());
+    return static_cast<std::uint64_t>(_mm256_movemask_pd(_mm256_castsi256_pd(intact))) ^ 0xFU;
+}
+
+VELDAN_AVX2 void scoreAvx2(const unsigned char* templates, int count, const GalleryProbe& probe, float toBeat,
+                           GalleryScores& scores) {
+    if (count < group) {
+        portableKernel.score(templates, count, probe, toBeat, scores);
+        return;
+    }
+    const __m128i tag = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(probe.tag));
+    Products products;
+    std::uint64_t refused = 0;
+    for (int done = 0; done < count; done += group) {
+        const int first = std::min(done, count - group);
+        const unsigned char* const entry = templates + first * size;
+        __m128i tags = _mm_setzero_si128();
+        __m256 dots[2];
+        __m256 norms[2];
+        for (int half = 0; half < 2; ++half) {
+            Sums256 sums[4];
+            for (int i = 0; i < 4; ++i)
+                sums[i] = sumsOf(entry + (4 * half + i) * size, probe, tag, tags);
+            dots[half] = addAcross(sums[0].dot, sums[1].dot, sums[2].dot, sums[3].dot);
+            norms[half] = addAcross(sums[0].norm, sums[1].norm, sums[2].norm, sums[3].norm);
+            refused |= damagedOf(sums) << (first + 4 * half);
+        }
+        _mm256_storeu_ps(products.dot + first, joinSums(dots[0], dots[1]));
+        _mm256_storeu_ps(products.norm + first, joinSums(norms[0], norms[1]));
+        if ((static_cast<std::uint64_t>(_mm_cvtsi128_si64(tags)) & tagMask) != 0)
+            refused |= otherTags(entry, probe.tag) << first;
+    }
+    scoreProducts(products, count, toBeat, scores);
+    scores.refused = refused;
+}
+
+} // namespace
+
+const GalleryKernel avx2Kernel = {"avx2", scoreAvx2};
+const GalleryKernel avx512Kernel = {"avx512", scoreAvx512};
+
+} // namespace veldan
+
+#endif

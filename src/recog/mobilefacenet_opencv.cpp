@@ -1,0 +1,54 @@
+#include "models/data_size.hpp"
+#include "models/evaluation.hpp"
+#include "models/network_loader.hpp"
+#include "recog/feature_extraction.hpp"
+#include "recog/similarity.hpp"
+
+#include <veldan/align.h>
+#include <veldan/model_store.hpp>
+#include <veldan/recognizer.hpp>
+#include <veldan/result_codes.h>
+
+namespace {
+
+constexpr char outputLayer[] = "fc1_scale";
+
+} // namespace
+
+MOBILEFACENET::MOBILEFACENET() = default;
+MOBILEFACENET::~MOBILEFACENET() = default;
+
+int MOBILEFACENET::mfInitAlg(char* /*path*/) {
+    return veldan::loadCaffeNet({length_VELDAN_V5_0_0_FaceRecog_Model, data_VELDAN_V5_0_0_FaceRecog_Model},
+                                {length_VELDAN_V5_0_0_FaceRecog_Prototxt, data_VELDAN_V5_0_0_FaceRecog_Prototxt},
+                                outputLayer, net);
+}
+
+int MOBILEFACENET::mfFreeAlg() {
+    return VD_OK;
+}
+
+int MOBILEFACENET::mfFeatureSize() {
+    return veldan::featureLength;
+}
+
+int MOBILEFACENET::mfFeatureExtract(unsigned char* image, int width, int height, int faceNum, VDFACEINFOEX* faces,
+                                    float* feature) {
+    if (faceNum <= 0)
+        return VD_OK;
+    if (!veldan::canEvaluate(net, image, width, height, faces) || feature == nullptr)
+        return veldan::evaluationRefused;
+    const auto align = [&](const VDFACEINFOEX& face, cv::Mat& crop) {
+        const veldan::AlignmentPoints<5> points(face, 0);
+        return alignface_pinv(image, width, height, crop.data, crop.cols, crop.rows, points.values);
+    };
+    return veldan::extractFeatures(net, outputLayer, align, faceNum, faces, feature);
+}
+
+double MOBILEFACENET::mfFeatureMatch(const float* a, const float* b) {
+    return a != nullptr && b != nullptr ? veldan::similarity(a, b) : 0.0;
+}
+
+int MOBILEFACENET::vdGetDataSize(char* path) {
+    return veldan::dataSize(path);
+}
