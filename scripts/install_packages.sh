@@ -3,8 +3,8 @@
 # Installs the Debian packages that building, or building and testing, needs and that are not there yet.
 set -eu
 
-build="cmake ninja-build g++ pkg-config libopencv-dev libcli11-dev nlohmann-json3-dev libssl-dev libexif-dev"
-test="$build binutils ccache clang-format clang-tidy git imagemagick libbenchmark-dev libgmock-dev libgtest-dev libzip-dev python3-pil xauth xvfb"
+build="cmake ninja-build g++ pkg-config libopencv-dev libcli11-dev nlohmann-json3-dev libssl-dev libexif-dev libsqlite3-dev"
+test="$build binutils ccache clang-format clang-tidy git imagemagick libbenchmark-dev libfaiss-dev libgmock-dev libgtest-dev libzip-dev python3-pil xauth xvfb"
 case ${1:-} in
     build) wanted=$build ;;
     test) wanted=$test ;;

@@ -15,6 +15,7 @@ void addCornersEvaluation(CLI::App& app, std::function<void()>& action);
 void addMaskEvaluation(CLI::App& app, std::function<void()>& action);
 void addQualityEvaluation(CLI::App& app, std::function<void()>& action);
 void addLivenessEvaluation(CLI::App& app, std::function<void()>& action);
+void addVerifyEvaluation(CLI::App& app, std::function<void()>& action);
 
 } // namespace veldan::eval
 

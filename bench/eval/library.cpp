@@ -77,6 +77,27 @@ void Library::scoreInfraredLiveness(cv::Mat& picture, VDFACEINFOEX& face) {
     judge(handle_, &VdFaceAPI::livenessDetector, &vdSpoofDetection::vdSpoofNIREvaluation, picture, face);
 }
 
+Library::Template Library::extract(cv::Mat& picture, VDFACEINFOEX& face, Extraction how) {
+    Template result(static_cast<std::size_t>(zzGetFeatureSizeThread(handle_)));
+    const auto operation = how == Extraction::Bare     ? zzExtractFeatureThread
+                           : how == Extraction::Masked ? zzMaskExtractFeatureThread
+                                                       : zzMaskExtractFeature4RegThread;
+    const int code = operation(handle_, picture.data, picture.cols, picture.rows, 1, &face, result.data());
+    if (code != VD_OK)
+        throw std::runtime_error("extraction failed with code " + std::to_string(code));
+    return result;
+}
+
+float Library::match(const Template& a, const Template& b, bool bare) {
+    float score = 0;
+    const auto operation = bare ? zzMatchFeatureThread : zzMaskMatchFeatureThread;
+    const int code =
+        operation(handle_, const_cast<unsigned char*>(a.data()), const_cast<unsigned char*>(b.data()), &score);
+    if (code != VD_OK)
+        throw std::runtime_error("matching failed with code " + std::to_string(code));
+    return score;
+}
+
 Box boxOf(const VDFACEINFOEX& face) {
     return {static_cast<double>(face.x), static_cast<double>(face.y), static_cast<double>(face.width),
             static_cast<double>(face.height)};

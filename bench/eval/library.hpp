@@ -34,6 +34,13 @@ public:
     void scoreLiveness(cv::Mat& picture, VDFACEINFOEX& face);
     void scoreInfraredLiveness(cv::Mat& picture, VDFACEINFOEX& face);
 
+    /** Which template, and which points align the face. */
+    enum class Extraction { Bare, Masked, MaskedEnrolment };
+    using Template = std::vector<unsigned char>;
+    Template extract(cv::Mat& picture, VDFACEINFOEX& face, Extraction how);
+    /** Similarity of two templates of one kind. */
+    float match(const Template& a, const Template& b, bool bare);
+
 private:
     void* handle_ = nullptr;
     std::vector<VDFACEINFOEX> records_;

@@ -14,6 +14,7 @@ int main(int argc, char** argv) {
     veldan::eval::addMaskEvaluation(app, action);
     veldan::eval::addQualityEvaluation(app, action);
     veldan::eval::addLivenessEvaluation(app, action);
+    veldan::eval::addVerifyEvaluation(app, action);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

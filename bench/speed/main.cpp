@@ -37,8 +37,10 @@ int main(int argc, char** argv) {
     try {
         registerDetectorBenchmarks(options);
         registerEngineBenchmarks(options);
+        registerRecognitionBenchmarks(options);
         registerSuppressionBenchmarks();
         registerStoreBenchmarks();
+        registerSearchBenchmarks();
         registerYuNetBenchmarks(options);
     } catch (const std::exception& error) {
         std::cerr << "veldan_bench: " << error.what() << '\n';

@@ -11,6 +11,8 @@ struct BenchOptions {
 
 void registerDetectorBenchmarks(const BenchOptions& options);
 void registerEngineBenchmarks(const BenchOptions& options);
+void registerRecognitionBenchmarks(const BenchOptions& options);
+void registerSearchBenchmarks();
 void registerSuppressionBenchmarks();
 void registerStoreBenchmarks();
 void registerYuNetBenchmarks(const BenchOptions& options);

@@ -1,0 +1,119 @@
+#include "verify_figures.hpp"
+
+#include "csv_table.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+
+namespace veldan::eval {
+
+namespace {
+
+constexpr float surely = 0.8F;
+
+std::size_t atLeast(const std::vector<float>& sorted, float threshold) {
+    return static_cast<std::size_t>(sorted.end() - std::lower_bound(sorted.begin(), sorted.end(), threshold));
+}
+
+nlohmann::ordered_json toJson(const OperatingPoint& point) {
+    return {{"threshold", point.threshold},
+            {"false_match_rate", point.falseMatches},
+            {"true_match_rate", point.trueMatches}};
+}
+
+} // namespace
+
+PeoplePhotos readPeople(const std::filesystem::path& folder) {
+    PeoplePhotos people;
+    readTable(folder / "photos.csv", 2, [&](const TableRow& row) {
+        if (!people.person.emplace(row.text(0), row.text(1)).second)
+            row.fail("the photo is listed twice");
+        people.files.push_back(row.text(0));
+    });
+    readTable(folder / "pairs.csv", 3, [&](const TableRow& row) {
+        for (const std::size_t i : {std::size_t{0}, std::size_t{1}}) {
+            if (people.person.count(row.text(i)) == 0)
+                row.fail("\"" + row.text(i) + "\" is not in photos.csv");
+        }
+        people.pairs.push_back({row.text(0), row.text(1), row.choice(2, {"0", "1"}) == "1"});
+    });
+    return people;
+}
+
+std::vector<PhotoPair> allPairs(const PeoplePhotos& people) {
+    std::vector<PhotoPair> pairs;
+    for (std::size_t a = 0; a < people.files.size(); ++a) {
+        for (std::size_t b = a + 1; b < people.files.size(); ++b) {
+            const std::string& first = people.files[a];
+            const std::string& second = people.files[b];
+            pairs.push_back({first, second, people.person.at(first) == people.person.at(second)});
+        }
+    }
+    return pairs;
+}
+
+void PairScores::add(bool same, std::optional<float> score) {
+    if (!score || std::isnan(*score))
+        ++(same ? genuineFailed : impostorFailed);
+    else
+        (same ? genuine : impostor).push_back(*score);
+}
+
+VerifyFigures verifyFigures(const PairScores& scores, const std::vector<double>& falseMatchRates) {
+    if (scores.genuinePairs() == 0 || scores.impostorPairs() == 0)
+        throw std::runtime_error("pairs of the same person and pairs of different people are both needed");
+    std::vector<float> genuine = scores.genuine;
+    std::vector<float> impostor = scores.impostor;
+    std::sort(genuine.begin(), genuine.end());
+    std::sort(impostor.begin(), impostor.end());
+    const auto at = [&](float threshold) {
+        return OperatingPoint{
+            threshold, static_cast<double>(atLeast(impostor, threshold)) / static_cast<double>(scores.impostorPairs()),
+            static_cast<double>(atLeast(genuine, threshold)) / static_cast<double>(scores.genuinePairs())};
+    };
+
+    VerifyFigures figures;
+    const std::size_t pairs = scores.genuinePairs() + scores.impostorPairs();
+    // Nothing changes between the scores of genuine pairs; the last candidate accepts nobody.
+    std::vector<float> candidates = genuine;
+    candidates.push_back(std::numeric_limits<float>::infinity());
+    for (const float threshold : candidates) {
+        const std::size_t right = atLeast(genuine, threshold) + scores.impostorPairs() - atLeast(impostor, threshold);
+        const double accuracy = static_cast<double>(right) / static_cast<double>(pairs);
+        if (accuracy > figures.accuracy) {
+            figures.accuracy = accuracy;
+            figures.bestThreshold = threshold;
+        }
+    }
+    for (const double rate : falseMatchRates) {
+        const auto allowed = static_cast<std::size_t>(rate * static_cast<double>(scores.impostorPairs()));
+        // Just above the impostor that would be one too many.
+        float threshold = 0;
+        if (impostor.size() > allowed)
+            threshold = std::nextafter(impostor[impostor.size() - 1 - allowed], std::numeric_limits<float>::infinity());
+        figures.points.emplace_back(rate, at(threshold));
+    }
+    figures.sure = at(surely);
+    figures.sureImpostors = atLeast(impostor, surely);
+    return figures;
+}
+
+nlohmann::ordered_json VerifyFigures::toJson() const {
+    nlohmann::ordered_json document = {{"accuracy", accuracy},
+                                       {"best_threshold", bestThreshold},
+                                       {"at_0.80", eval::toJson(sure)},
+                                       {"impostors_at_0.80", sureImpostors},
+                                       {"operating_points", nlohmann::ordered_json::array()}};
+    for (const auto& [rate, point] : points) {
+        nlohmann::ordered_json entry = {{"asked", rate}};
+        entry.update(eval::toJson(point));
+        document["operating_points"].push_back(entry);
+    }
+    return document;
+}
+
+} // namespace veldan::eval

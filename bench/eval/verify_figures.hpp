@@ -1,0 +1,74 @@
+#ifndef VELDAN_EVAL_VERIFY_FIGURES_HPP
+#define VELDAN_EVAL_VERIFY_FIGURES_HPP
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <cstddef>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace veldan::eval {
+
+/** Two photos, and whether they show the same person. */
+struct PhotoPair {
+    std::string first;
+    std::string second;
+    bool same = false;
+};
+
+/** Photos of people, and the pairs that are compared. */
+struct PeoplePhotos {
+    std::vector<std::string> files;
+    std::map<std::string, std::string> person; ///< of each file
+    std::vector<PhotoPair> pairs;
+};
+
+/** Reads photos.csv (file,person) and pairs.csv (file,file,same). Throws std::runtime_error for what does not fit. */
+PeoplePhotos readPeople(const std::filesystem::path& folder);
+
+/** Every two photos. */
+std::vector<PhotoPair> allPairs(const PeoplePhotos& people);
+
+/** Similarities of pairs; a pair without one, since a face was not found, is in `failed` and counts as below any
+ * threshold. */
+struct PairScores {
+    std::vector<float> genuine;
+    std::vector<float> impostor;
+    std::size_t genuineFailed = 0;
+    std::size_t impostorFailed = 0;
+
+    void add(bool same, std::optional<float> score);
+    std::size_t genuinePairs() const { return genuine.size() + genuineFailed; }
+    std::size_t impostorPairs() const { return impostor.size() + impostorFailed; }
+};
+
+/** What a threshold does: pairs at or above it are taken for the same person. */
+struct OperatingPoint {
+    float threshold = 0;
+    double falseMatches = 0; ///< share of impostor pairs
+    double trueMatches = 0;  ///< share of genuine pairs
+};
+
+struct VerifyFigures {
+    /** Share of pairs judged right at the threshold that is best for these very pairs, and that threshold. */
+    double accuracy = 0;
+    float bestThreshold = 0;
+    /** For each false match rate asked for: the lowest threshold that keeps it. */
+    std::vector<std::pair<double, OperatingPoint>> points;
+    /** At a similarity of 0.80, which the search accepts at once. */
+    OperatingPoint sure;
+    std::size_t sureImpostors = 0;
+
+    nlohmann::ordered_json toJson() const;
+};
+
+/** Throws std::runtime_error when there are no genuine or no impostor pairs. */
+VerifyFigures verifyFigures(const PairScores& scores, const std::vector<double>& falseMatchRates);
+
+} // namespace veldan::eval
+
+#endif
