@@ -23,6 +23,10 @@ constexpr int capitalHeight = 21; // of the library's letters at scale 1
 constexpr int digitWidth = 20;
 constexpr int letterWidth = 18; // of the letters in words, on average
 
+// Pictures smaller than this are enlarged before words are written into them.
+constexpr int roomySide = 1200;
+constexpr int maxFactor = 4;
+
 Region clipped(Region region, const Photo& photo) {
     return {std::clamp(region.left, 0, photo.width), std::clamp(region.top, 0, photo.height),
             std::clamp(region.right, 0, photo.width), std::clamp(region.bottom, 0, photo.height)};
@@ -229,6 +233,16 @@ void annotate(Photo& photo, const std::vector<Mark>& marks) {
             drawNumber(photo, face, std::to_string(i + 1), enlargement);
     }
     drawWords(photo, marks, enlargement);
+}
+
+Photo annotatedCopy(Photo& photo, std::vector<Mark> marks) {
+    const int longSide = std::max({photo.width, photo.height, 1});
+    const int factor = std::clamp((roomySide + longSide / 2) / longSide, 1, maxFactor);
+    Photo picture = enlarged(photo, factor);
+    for (Mark& mark : marks)
+        mark.face = enlarged(mark.face, factor);
+    annotate(picture, marks);
+    return picture;
 }
 
 Photo enlarged(Photo& photo, int factor) {

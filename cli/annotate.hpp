@@ -29,6 +29,9 @@ struct Mark {
  */
 void annotate(Photo& photo, const std::vector<Mark>& marks);
 
+/** An annotated copy of the photo: a small one is enlarged by a whole factor first, so that the words have room. */
+Photo annotatedCopy(Photo& photo, std::vector<Mark> marks);
+
 /** The photo enlarged by a whole factor, for more room for words between the faces. */
 Photo enlarged(Photo& photo, int factor);
 

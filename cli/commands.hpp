@@ -17,9 +17,15 @@ using Action = std::function<ExitCode()>;
 
 /** Each of these adds one subcommand to the application and stores its action when the user chose it. */
 void addDetectCommand(CLI::App& app, Action& action);
+void addEnrollCommand(CLI::App& app, Action& action);
+void addGalleryCommand(CLI::App& app, Action& action);
+void addIdentifyCommand(CLI::App& app, Action& action);
 void addInspectCommand(CLI::App& app, Action& action);
+void addMatchCommand(CLI::App& app, Action& action);
 void addNetworksCommand(CLI::App& app, Action& action);
+void addTemplateCommand(CLI::App& app, Action& action);
 void addVersionCommand(CLI::App& app, Action& action);
+void addWatchCommand(CLI::App& app, Action& action);
 
 } // namespace veldan::cli
 

@@ -17,6 +17,8 @@ enum class ExitCode : int {
     TooManyFaces = 6,
     NotWritten = 7,
     Library = 8,
+    Unsuitable = 9,
+    Gallery = 10,
 };
 
 /** The name of a code in machine-readable output. */
@@ -40,6 +42,10 @@ inline const char* exitCodeName(ExitCode code) {
         return "not_written";
     case ExitCode::Library:
         return "library";
+    case ExitCode::Unsuitable:
+        return "unsuitable";
+    case ExitCode::Gallery:
+        return "gallery";
     }
     return "internal";
 }

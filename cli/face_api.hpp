@@ -3,22 +3,25 @@
 
 #include "photo.hpp"
 
-#include <veldan/face_record.h>
+#include <veldan/veldan.hpp>
 
 #include <vector>
 
 namespace veldan::cli {
 
-/** An instance of the library. One thread at a time. */
+/** A photo as the library takes it. */
+inline ImageView viewOf(Photo& photo) {
+    return {photo.pixels.data(), photo.width, photo.height};
+}
+
+/** An instance of the library whose failures are those of the command. One thread at a time. */
 class FaceApi {
 public:
-    /** Throws CommandError (Library) when the instance cannot be created. */
-    FaceApi();
-    ~FaceApi();
-    FaceApi(const FaceApi&) = delete;
-    FaceApi& operator=(const FaceApi&) = delete;
+    /** @param capacity  most persons of a tracked search. Throws CommandError (Library) when it cannot be created. */
+    explicit FaceApi(int capacity = VELDAN_DEFAULT_CAPACITY);
 
-    void* handle() const { return handle_; }
+    Instance& instance() { return instance_; }
+    void* handle() const { return instance_.handle(); }
 
     /** Faces of a photo, largest first, and how long the library took to find them. */
     struct Detection {
@@ -30,8 +33,7 @@ public:
     Detection detect(Photo& photo);
 
 private:
-    void* handle_ = nullptr;
-    std::vector<VDFACEINFOEX> records_;
+    Instance instance_;
 };
 
 } // namespace veldan::cli

@@ -6,18 +6,14 @@
 
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace veldan::cli {
 
 namespace {
-
-// Pictures smaller than this are enlarged before words are written into them.
-constexpr int roomySide = 1200;
-constexpr int maxFactor = 4;
 
 struct InspectOptions {
     PhotoOptions photos;
@@ -62,15 +58,11 @@ std::vector<std::string> words(const JudgedFace& face) {
 }
 
 Photo drawn(Photo& photo, const std::vector<JudgedFace>& faces) {
-    const int longSide = std::max({photo.width, photo.height, 1});
-    const int factor = std::clamp((roomySide + longSide / 2) / longSide, 1, maxFactor);
-    Photo picture = enlarged(photo, factor);
     std::vector<Mark> marks;
     marks.reserve(faces.size());
     for (const JudgedFace& face : faces)
-        marks.emplace_back(enlarged(face.record, factor), face.masked, words(face));
-    annotate(picture, marks);
-    return picture;
+        marks.emplace_back(face.record, face.masked, words(face));
+    return annotatedCopy(photo, std::move(marks));
 }
 
 class Inspection {

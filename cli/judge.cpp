@@ -1,6 +1,7 @@
 #include "judge.hpp"
 
 #include "exit_codes.hpp"
+#include "thresholds.hpp"
 
 #include <veldan/align.h>
 #include <veldan/face_mask.hpp>
@@ -20,7 +21,6 @@ namespace veldan::cli {
 namespace {
 
 constexpr int cropSide = 112;
-constexpr int maskedFrom = 41; // as in the combined flows
 
 // What docs/models.md recommends: there both networks refuse as many live faces as they let attacks in. The library
 // itself leaves the decision to its caller.

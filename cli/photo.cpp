@@ -1,16 +1,14 @@
 #include "photo.hpp"
 
 #include "exit_codes.hpp"
+#include "file_bytes.hpp"
 #include "orientation.hpp"
 
 #include <veldan/image_tool.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstring>
 #include <exception>
-#include <fcntl.h>
 #include <sys/mman.h>
 #include <system_error>
 #include <unistd.h>
@@ -18,48 +16,6 @@
 namespace veldan::cli {
 
 namespace {
-
-constexpr std::size_t maxFileSize = std::size_t{1} << 30;
-
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int fd) : fd_(fd) {}
-    ~FileDescriptor() {
-        if (fd_ >= 0)
-            ::close(fd_);
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-
-    int get() const { return fd_; }
-
-private:
-    int fd_;
-};
-
-std::vector<unsigned char> readFile(const std::string& path) {
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (file.get() < 0) {
-        if (errno == ENOENT || errno == ENOTDIR)
-            throw CommandError(ExitCode::Missing, "no such file");
-        throw CommandError(ExitCode::Unreadable, std::string("cannot be opened: ") + std::strerror(errno));
-    }
-    std::vector<unsigned char> bytes;
-    std::array<unsigned char, 1 << 16> part{};
-    for (;;) {
-        const ssize_t length = ::read(file.get(), part.data(), part.size());
-        if (length == 0)
-            return bytes;
-        if (length < 0) {
-            if (errno == EINTR)
-                continue;
-            throw CommandError(ExitCode::Unreadable, std::string("cannot be read: ") + std::strerror(errno));
-        }
-        bytes.insert(bytes.end(), part.data(), part.data() + length);
-        if (bytes.size() > maxFileSize)
-            throw CommandError(ExitCode::Unreadable, "larger than 1 GiB");
-    }
-}
 
 /**
  * A name under which the library can open bytes that nobody else can change. ImageLoad opens its file twice, once to
@@ -70,24 +26,13 @@ class FrozenFile {
 public:
     FrozenFile(const std::string& path, const std::vector<unsigned char>& bytes)
         : file_(::memfd_create("photo", MFD_CLOEXEC)), name_("/proc/self/fd/" + std::to_string(file_.get())) {
-        if (!fill(bytes) || ::access(name_.c_str(), R_OK) != 0)
+        if (!writeAll(file_.get(), bytes.data(), bytes.size()) || ::access(name_.c_str(), R_OK) != 0)
             name_ = path;
     }
 
     const char* name() const { return name_.c_str(); }
 
 private:
-    bool fill(const std::vector<unsigned char>& bytes) const {
-        std::size_t done = 0;
-        while (done < bytes.size()) {
-            const ssize_t length = ::write(file_.get(), bytes.data() + done, bytes.size() - done);
-            if (length < 0)
-                return false;
-            done += static_cast<std::size_t>(length);
-        }
-        return true;
-    }
-
     FileDescriptor file_;
     std::string name_;
 };
@@ -104,7 +49,10 @@ constexpr std::array<const char*, 7> writableExtensions = {".jpg", ".jpeg", ".pn
 } // namespace
 
 Photo loadPhoto(const std::string& path) {
-    const std::vector<unsigned char> bytes = readFile(path);
+    return decodePhoto(path, readFile(path));
+}
+
+Photo decodePhoto(const std::string& path, const std::vector<unsigned char>& bytes) {
     const FrozenFile file(path, bytes);
     Photo photo;
     try {

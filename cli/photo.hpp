@@ -21,6 +21,9 @@ struct Photo {
  */
 Photo loadPhoto(const std::string& path);
 
+/** loadPhoto() for the bytes of a file that is read already. @param path  its name, which tells nothing else */
+Photo decodePhoto(const std::string& path, const std::vector<unsigned char>& bytes);
+
 /** True when savePhoto knows how to write files with this path's extension. */
 bool canSave(const std::filesystem::path& path);
 

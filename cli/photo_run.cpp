@@ -22,27 +22,25 @@ PhotoRun::PhotoRun(const PhotoOptions& options)
     : options_(options), photoFiles_(options.photos), drawTarget_(options.draw, options.photos.size()),
       progress_(options.photos.size()) {}
 
-ExitCode PhotoRun::forEach(const std::function<void(const std::string& path)>& process) {
+ExitCode PhotoRun::forEach(const std::function<void(const std::string& path)>& process,
+                           const std::function<void(Json& document)>& conclude,
+                           const std::function<void(Json& document)>& summarise) {
     for (const std::string& path : options_.photos) {
         progress_.next(path);
         path_ = path;
         entry_ = Json::object({{"photo", path}});
-        try {
-            process(path);
-        } catch (const CommandError& error) {
-            fail(error.code(), error.what());
-        } catch (const std::exception& error) {
-            // Such as OpenCV running out of memory in a huge photo: no reason to lose the others.
-            fail(ExitCode::Internal, std::string("unexpected failure: ") + error.what());
-        }
+        attempt(path, entry_, [&] { process(path); });
         entries_.push_back(std::move(entry_));
     }
     progress_.clear();
+    Json document = {{"version", VELDAN_VERSION}, {"photos", entries_}};
+    if (conclude && code_ == ExitCode::Success)
+        attempt("", document, [&] { conclude(document); });
+    if (summarise)
+        attempt("", document, [&] { summarise(document); });
     if (options_.json) {
         // File names need not be UTF-8; what is not is replaced rather than losing the whole document.
-        std::cout << Json{{"version", VELDAN_VERSION}, {"photos", entries_}}.dump(2, ' ', false,
-                                                                                  Json::error_handler_t::replace)
-                  << '\n';
+        std::cout << document.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
     }
     return code_;
 }
@@ -88,19 +86,45 @@ void PhotoRun::draw(const std::function<Photo()>& annotated) {
         std::cout << "      drawn in " << path.string() << '\n';
 }
 
+void PhotoRun::tell(const std::string& line) {
+    if (options_.json)
+        return;
+    progress_.clear();
+    std::cout << line << '\n' << std::flush;
+}
+
 void PhotoRun::refuseCrowd(std::size_t count) {
     if (count > VELDAN_MAX_FACES)
         throw CommandError(ExitCode::TooManyFaces, faceCount(count) + ", more than the " +
                                                        std::to_string(VELDAN_MAX_FACES) + " that the library follows");
 }
 
-void PhotoRun::fail(ExitCode code, const std::string& message) {
+void PhotoRun::note(const std::string& message) {
+    say(path_, message);
+}
+
+void PhotoRun::say(const std::string& subject, const std::string& message) {
     progress_.clear();
     std::cout.flush(); // keeps the message behind the lines of the photos before it
-    std::cerr << "veldan: " << path_ << ": " << message << '\n';
-    entry_["error"] = {{"name", exitCodeName(code)}, {"code", static_cast<int>(code)}, {"message", message}};
+    std::cerr << "veldan: " << subject << (subject.empty() ? "" : ": ") << message << '\n';
+}
+
+Json PhotoRun::failure(ExitCode code, const std::string& subject, const std::string& message) {
+    say(subject, message);
     if (code_ == ExitCode::Success)
         code_ = code;
+    return {{"name", exitCodeName(code)}, {"code", static_cast<int>(code)}, {"message", message}};
+}
+
+void PhotoRun::attempt(const std::string& subject, Json& result, const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const CommandError& error) {
+        result["error"] = failure(error.code(), subject, error.what());
+    } catch (const std::exception& error) {
+        // Such as OpenCV running out of memory in a huge photo: no reason to lose the others.
+        result["error"] = failure(ExitCode::Internal, subject, std::string("unexpected failure: ") + error.what());
+    }
 }
 
 } // namespace veldan::cli

@@ -36,8 +36,13 @@ public:
     /** @param options  must outlive the object. Throws CommandError when they ask for what cannot be written. */
     explicit PhotoRun(const PhotoOptions& options);
 
-    /** Calls process for each photo. The first failure decides the exit code. */
-    ExitCode forEach(const std::function<void(const std::string& path)>& process);
+    /**
+     * Calls process for each photo, then, when none failed, conclude, and then summarise in any case; the latter two
+     * may add to the JSON document. The first failure decides the exit code.
+     */
+    ExitCode forEach(const std::function<void(const std::string& path)>& process,
+                     const std::function<void(Json& document)>& conclude = {},
+                     const std::function<void(Json& document)>& summarise = {});
 
     /** @name For process, in this order */
     ///@{
@@ -49,12 +54,20 @@ public:
     void saveCrop(std::size_t face, const char* kind, Photo crop, const std::filesystem::path& path);
     /** Saves the picture that annotated returns, if the user wants one. */
     void draw(const std::function<Photo()>& annotated);
+    /** Sets a field of the photo's entry. */
+    void set(const char* key, Json value) { entry_[key] = std::move(value); }
+    /** Prints a line at once: what it tells has happened, whatever comes next. */
+    void tell(const std::string& line);
+    /** Says something about the photo that is no failure, on standard error. */
+    void note(const std::string& message);
     /** Throws CommandError when there are more faces than the library follows. */
     static void refuseCrowd(std::size_t count);
     ///@}
 
 private:
-    void fail(ExitCode code, const std::string& message);
+    void say(const std::string& subject, const std::string& message);
+    Json failure(ExitCode code, const std::string& subject, const std::string& message);
+    void attempt(const std::string& subject, Json& result, const std::function<void()>& action);
 
     const PhotoOptions& options_;
     PhotoFiles photoFiles_;

@@ -1,8 +1,9 @@
 #!/bin/sh
-# usage: build_programs.sh SOURCE_TREE PKG_CONFIG PC_FOLDER CC OUT SANITIZE
-# Builds the first C program of README.md and examples/detect.c, and runs both on a portrait: one face, where it is.
+# usage: build_programs.sh SOURCE_TREE PKG_CONFIG PC_FOLDER CC CXX OUT SANITIZE WRITE_VIDEO
+# Builds the first C program of README.md and the examples. The first and examples/detect.c find one face in a portrait,
+# where it is; the others recognise who is enrolled, and nobody else.
 set -eu
-tree=$1 pkg_config=$2 cc=$4 out=$5 sanitize=$6
+tree=$1 pkg_config=$2 cc=$4 cxx=$5 out=$6 sanitize=$7 write_video=$8
 PKG_CONFIG_PATH=$3
 export PKG_CONFIG_PATH
 
@@ -16,10 +17,17 @@ libs="$("$pkg_config" --libs veldan) -Wl,-rpath,$("$pkg_config" --variable=libdi
 # The flags are lists of words on purpose.
 # shellcheck disable=SC2086
 "$cc" -std=c99 -Wall -Wextra -Werror "$out/readme.c" -o "$out/readme" $flags $libs
+for example in detect identify; do
+    # shellcheck disable=SC2086
+    "$cc" -std=c99 -Wall -Wextra -Werror "$tree/examples/$example.c" -o "$out/$example" $flags $libs
+done
 # shellcheck disable=SC2086
-"$cc" -std=c99 -Wall -Wextra -Werror "$tree/examples/detect.c" -o "$out/detect" $flags $libs
+"$cxx" -std=c++17 -Wall -Wextra -Werror "$tree/examples/identify.cpp" -o "$out/identify_cpp" $flags $libs
+# shellcheck disable=SC2086
+"$cxx" -std=c++17 -Wall -Wextra -Werror "$tree/examples/track.cpp" -o "$out/track" $flags $libs
 
-portrait=$tree/examples/photos/astronaut.jpg
+photos=$tree/examples/photos
+portrait=$photos/astronaut.jpg
 "$out/readme" "$portrait" >"$out/readme.txt"
 "$out/detect" "$portrait" >"$out/detect.txt"
 for file in readme detect; do
@@ -34,3 +42,21 @@ if "$out/detect" /no/such/photo 2>/dev/null; then
     echo "detect: a missing photo is not reported"
     exit 1
 fi
+
+for example in identify identify_cpp; do
+    "$out/$example" "$portrait" "$photos/first-bare.webp" "$portrait" | grep "person of .*astronaut.jpg, similarity" ||
+        { echo "$example: the enrolled person is not recognised"; exit 1; }
+    "$out/$example" "$portrait" "$photos/first-bare.webp" "$photos/second-bare.webp" | grep "unknown" ||
+        { echo "$example: a person who is not enrolled is recognised"; exit 1; }
+    if "$out/$example" "$portrait" /no/such/photo 2>/dev/null; then
+        echo "$example: a missing photo is not reported"
+        exit 1
+    fi
+done
+
+"$write_video" "$photos" "$out/video.avi"
+"$out/track" "$portrait" "$out/video.avi" >"$out/track.txt"
+cat "$out/track.txt"
+[ "$(grep -c "is the person of the photo" "$out/track.txt")" -eq 1 ] ||
+    { echo "track: the enrolled person is not recognised once"; exit 1; }
+grep -q "is a stranger" "$out/track.txt" || { echo "track: nobody is a stranger"; exit 1; }

@@ -1,0 +1,181 @@
+#include "commands.hpp"
+#include "digest.hpp"
+#include "enrolment_list.hpp"
+#include "face_api.hpp"
+#include "file_bytes.hpp"
+#include "gallery_store.hpp"
+#include "photo_run.hpp"
+#include "thresholds.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include <cstddef>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace veldan::cli {
+
+namespace {
+
+struct EnrollOptions {
+    std::string gallery;
+    std::string name;
+    std::vector<std::string> photos;
+    int leastQuality = enrolmentQuality;
+    bool largest = false;
+    bool json = false;
+};
+
+std::string counted(std::size_t count, const std::string& one, const std::string& several) {
+    return std::to_string(count) + " " + (count == 1 ? one : several);
+}
+
+class Enrolment {
+public:
+    explicit Enrolment(const EnrollOptions& options)
+        : options_(options), list_(enrolmentList(options.name, options.photos)),
+          store_(opened(options.gallery)), photoOptions_{list_.photos, "", options.json}, photos_(photoOptions_) {}
+
+    ExitCode run() {
+        for (const EnrolmentList::Refusal& refusal : list_.refused)
+            std::cerr << "veldan: " << refusal.path << ": not enrolled: " << refusal.reason << '\n';
+        const ExitCode code = photos_.forEach([this](const std::string& path) { process(path); }, {},
+                                              [this](Json& document) { summarise(document); });
+        return code == ExitCode::Success && !list_.refused.empty() ? ExitCode::Unsuitable : code;
+    }
+
+private:
+    /** What keeps a photo out of the gallery. */
+    static CommandError refusal(const std::string& reason) { return {ExitCode::Unsuitable, "not enrolled: " + reason}; }
+
+    static GalleryStore opened(const std::string& path) {
+        GalleryStore store(path, GalleryStore::Access::Change);
+        store.requireOwnNetworks();
+        return store;
+    }
+
+    void process(const std::string& path) {
+        const std::string& person = list_.persons[begun_++];
+        photos_.set("person", person);
+        const std::vector<unsigned char> bytes = readFile(path);
+        EnrolledPhoto photo;
+        photo.source = path;
+        photo.digest = sha256(bytes);
+        photos_.set("digest", photo.digest);
+        const bool known = store_.holds(person, photo.digest);
+        if (!known)
+            examine(decodePhoto(path, bytes), photo);
+        // Another process may enrol the same photo meanwhile.
+        if (known || !store_.add(person, photo)) {
+            ++unchanged_;
+            photos_.set("result", "unchanged");
+            photos_.tell(person + ": " + path + " was enrolled before, nothing changed");
+            return;
+        }
+        ++enrolled_;
+        photos_.set("result", "enrolled");
+        photos_.tell(person + ": " + path + " enrolled (quality " + std::to_string(photo.quality) + ")");
+        if (const std::vector<std::string> others = store_.othersWith(person, photo.digest); !others.empty())
+            photos_.note("the same photo is enrolled as " + others.front() +
+                         (others.size() > 1 ? " and " + std::to_string(others.size() - 1) + " more" : "") + ", too");
+    }
+
+    /** Fills in what the face gives. */
+    void examine(Photo picture, EnrolledPhoto& photo) {
+        if (api_ == nullptr)
+            api_ = std::make_unique<FaceApi>(0);
+        const FaceApi::Detection detection = api_->detect(picture);
+        if (detection.faces.empty())
+            throw refusal("no face was found");
+        if (detection.faces.size() > 1 && !options_.largest)
+            throw refusal(faceCount(detection.faces.size()) + " in the photo; --largest takes the largest one");
+        VDFACEINFOEX face = detection.faces.front();
+        const ImageView view = viewOf(picture);
+        Instance& instance = api_->instance();
+        try {
+            instance.judgeMask(view, {&face, 1});
+            if (face.maskScore >= maskedFrom)
+                throw refusal("the face wears a mask (" + std::to_string(face.maskScore) +
+                              "); a bare face serves both");
+            photo.quality = instance.enrolmentQuality(view, face);
+            photos_.set("quality", photo.quality);
+            if (photo.quality < options_.leastQuality)
+                throw refusal("quality " + std::to_string(photo.quality) + ", at least " +
+                              std::to_string(options_.leastQuality) + " is wanted");
+            photo.bare = instance.extractForEnrolment(view, face, Kind::Bare);
+            photo.masked = instance.extractForEnrolment(view, face, Kind::Masked);
+        } catch (const Error& error) {
+            throw CommandError(ExitCode::Library, error.what());
+        }
+        photo.date = dateNow();
+    }
+
+    void summarise(Json& document) {
+        const std::size_t refused = list_.photos.size() - enrolled_ - unchanged_ + list_.refused.size();
+        std::size_t photos = 0;
+        const std::vector<PersonSummary> persons = store_.persons();
+        for (const PersonSummary& person : persons)
+            photos += person.photos;
+        document["refusedFolders"] = Json::array();
+        for (const EnrolmentList::Refusal& refusal : list_.refused)
+            document["refusedFolders"].push_back({{"path", refusal.path}, {"message", refusal.reason}});
+        document["summary"] = {{"enrolled", enrolled_},
+                               {"unchanged", unchanged_},
+                               {"refused", refused},
+                               {"persons", persons.size()},
+                               {"photos", photos}};
+        photos_.tell(std::to_string(enrolled_) + " enrolled, " + std::to_string(unchanged_) + " enrolled before, " +
+                     std::to_string(refused) + " refused; the gallery holds " +
+                     counted(persons.size(), "person", "persons") + " with " + counted(photos, "photo", "photos"));
+    }
+
+    const EnrollOptions& options_;
+    EnrolmentList list_;
+    GalleryStore store_;
+    PhotoOptions photoOptions_;
+    PhotoRun photos_;
+    std::unique_ptr<FaceApi> api_; // created for the first new photo: starting takes longer than finding nothing to do
+    std::size_t begun_ = 0;
+    std::size_t enrolled_ = 0;
+    std::size_t unchanged_ = 0;
+};
+
+} // namespace
+
+void addEnrollCommand(CLI::App& app, Action& action) {
+    CLI::App* command = app.add_subcommand("enroll", "Put persons into a gallery, from photos of their faces");
+    const auto options = std::make_shared<EnrollOptions>();
+    command->add_option("--gallery", options->gallery, "The gallery; it is created when there is none")
+        ->required()
+        ->type_name("FILE");
+    command
+        ->add_option("NAME", options->name,
+                     "The person; or, without photos, a folder that holds a folder of photos for each person")
+        ->required()
+        ->type_name("");
+    command->add_option("PHOTO", options->photos, "Photos of that person, or folders of them")->type_name("");
+    command->add_option("--min-quality", options->leastQuality, "Least quality of a face, 0 to 100")
+        ->type_name("N")
+        ->check(CLI::Range(0, 100))
+        ->capture_default_str();
+    command->add_flag("--largest", options->largest, "Take the largest face of a photo that shows several");
+    command->add_flag("--json", options->json, "Print one JSON document instead of text");
+    command->footer(
+        "A photo must show one bare face. It gives two templates: one to recognise the bare face, one to recognise it\n"
+        "with a mask. More photos of a person are better than one. A photo that is enrolled already changes nothing.\n"
+        "A line \"NAME: PHOTO enrolled\" is printed once the photo is safely in the gallery.\n"
+        "\n"
+        "Exit codes: 0 done; 2 wrong usage; 3 a photo does not exist; 4 a photo cannot be read, or is not a picture;\n"
+        "5 a photo is too small; 7 the gallery cannot be written; 8 the library did not start; 9 a photo was refused:\n"
+        "no face, several faces, a mask, low quality; 10 the gallery cannot be used. The first problem decides; the\n"
+        "other photos are processed all the same.\n"
+        "\n"
+        "Examples:\n"
+        "  veldan enroll --gallery staff.db \"Ada Lovelace\" ada1.jpg ada2.jpg\n"
+        "  veldan enroll --gallery staff.db photos/       (photos/Ada Lovelace/1.jpg and so on)\n");
+    command->callback([options, &action] { action = [options] { return Enrolment(*options).run(); }; });
+}
+
+} // namespace veldan::cli

@@ -1,0 +1,84 @@
+#include "file_bytes.hpp"
+
+#include "exit_codes.hpp"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <system_error>
+
+namespace veldan::cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t maxFileSize = std::size_t{1} << 30;
+
+void writeTo(const fs::path& path, int flags, const unsigned char* bytes, std::size_t size) {
+    const FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, 0666));
+    if (file.get() < 0 || !writeAll(file.get(), bytes, size))
+        throw CommandError(ExitCode::NotWritten, std::string("cannot be written: ") + std::strerror(errno));
+}
+
+} // namespace
+
+std::vector<unsigned char> readFile(const std::string& path) {
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (file.get() < 0) {
+        if (errno == ENOENT || errno == ENOTDIR)
+            throw CommandError(ExitCode::Missing, "no such file");
+        throw CommandError(ExitCode::Unreadable, std::string("cannot be opened: ") + std::strerror(errno));
+    }
+    std::vector<unsigned char> bytes;
+    std::array<unsigned char, 1 << 16> part{};
+    for (;;) {
+        const ssize_t length = ::read(file.get(), part.data(), part.size());
+        if (length == 0)
+            return bytes;
+        if (length < 0) {
+            if (errno == EINTR)
+                continue;
+            throw CommandError(ExitCode::Unreadable, std::string("cannot be read: ") + std::strerror(errno));
+        }
+        bytes.insert(bytes.end(), part.data(), part.data() + length);
+        if (bytes.size() > maxFileSize)
+            throw CommandError(ExitCode::Unreadable, "larger than 1 GiB");
+    }
+}
+
+bool writeAll(int fd, const unsigned char* bytes, std::size_t size) {
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t length = ::write(fd, bytes + done, size - done);
+        if (length < 0 && errno != EINTR)
+            return false;
+        if (length > 0)
+            done += static_cast<std::size_t>(length);
+    }
+    return true;
+}
+
+void writeFile(const fs::path& path, const unsigned char* bytes, std::size_t size) {
+    std::error_code error;
+    if (fs::exists(path, error) && !fs::is_regular_file(path, error)) {
+        writeTo(path, 0, bytes, size);
+        return;
+    }
+    const fs::path partial = path.parent_path() / (".veldan-" + std::to_string(::getpid()) + "-partial");
+    try {
+        writeTo(partial, O_CREAT | O_TRUNC, bytes, size);
+    } catch (const CommandError&) {
+        fs::remove(partial, error);
+        throw;
+    }
+    fs::rename(partial, path, error);
+    if (error) {
+        const std::string reason = error.message();
+        fs::remove(partial, error);
+        throw CommandError(ExitCode::NotWritten, "cannot be written: " + reason);
+    }
+}
+
+} // namespace veldan::cli

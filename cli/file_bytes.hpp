@@ -1,0 +1,46 @@
+#ifndef VELDAN_CLI_FILE_BYTES_HPP
+#define VELDAN_CLI_FILE_BYTES_HPP
+
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace veldan::cli {
+
+/** Closes the file that it owns. A negative descriptor is none. */
+class FileDescriptor {
+public:
+    explicit FileDescriptor(int fd) : fd_(fd) {}
+    ~FileDescriptor() {
+        if (fd_ >= 0)
+            ::close(fd_);
+    }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+
+    int get() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+/**
+ * All bytes of a file or pipe. Throws CommandError: Missing when there is no such file, Unreadable when it cannot be
+ * read or is larger than 1 GiB. The messages do not name the file; the caller knows it.
+ */
+std::vector<unsigned char> readFile(const std::string& path);
+
+/** Writes all bytes. @return false when that failed; errno tells why */
+bool writeAll(int fd, const unsigned char* bytes, std::size_t size);
+
+/**
+ * Writes a file, which appears under its name only once it is complete; a pipe or device is written to as it is. Throws
+ * CommandError (NotWritten), whose message does not name the file.
+ */
+void writeFile(const std::filesystem::path& path, const unsigned char* bytes, std::size_t size);
+
+} // namespace veldan::cli
+
+#endif

@@ -1,0 +1,281 @@
+#include "commands.hpp"
+#include "face_text.hpp"
+#include "file_bytes.hpp"
+#include "gallery_exchange.hpp"
+#include "gallery_store.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cstddef>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace veldan::cli {
+
+namespace {
+
+using Access = GalleryStore::Access;
+
+constexpr std::size_t shortDigest = 12; // characters that tell photos apart
+
+struct GalleryOptions {
+    std::string gallery;
+    std::vector<std::string> names;
+    std::string photo;
+    std::string file;
+    bool json = false;
+};
+
+std::string photoCount(std::size_t count) {
+    return std::to_string(count) + (count == 1 ? " photo" : " photos");
+}
+
+/** Names of photos come from files that others may have made; a terminal gets nothing but text. */
+std::string printable(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+    return text;
+}
+
+void complain(const std::string& message) {
+    std::cout.flush();
+    std::cerr << "veldan: " << message << '\n';
+}
+
+void print(const Json& document, bool pretty = true) {
+    std::cout << document.dump(pretty ? 2 : -1, ' ', false, Json::error_handler_t::replace) << '\n';
+}
+
+/** The beginning of every JSON document about a gallery. */
+Json documentOf(const GalleryStore& store, const std::string& path) {
+    return {{"version", VELDAN_VERSION},
+            {"gallery", path},
+            {"recognizers",
+             {{"bare", store.recognizers().bare},
+              {"masked", store.recognizers().masked},
+              {"embedded", store.recognizers() == Recognizers::embedded()}}}};
+}
+
+/** Managing a gallery needs no networks, so one of other networks is shown all the same. */
+void noteOtherNetworks(const GalleryStore& store) {
+    try {
+        store.requireOwnNetworks();
+    } catch (const CommandError& error) {
+        complain(error.what());
+    }
+}
+
+ExitCode listPersons(const GalleryOptions& options) {
+    GalleryStore store(options.gallery, Access::Read);
+    noteOtherNetworks(store);
+    const std::vector<PersonSummary> persons = store.persons();
+    Json document = documentOf(store, options.gallery);
+    document["persons"] = Json::array();
+    std::size_t photos = 0;
+    for (const PersonSummary& person : persons) {
+        photos += person.photos;
+        if (options.json)
+            document["persons"].push_back({{"name", person.name},
+                                           {"photos", person.photos},
+                                           {"first", person.firstDate},
+                                           {"last", person.lastDate}});
+        else
+            std::cout << printable(person.name) << ": " << photoCount(person.photos) << ", last enrolled "
+                      << printable(person.lastDate) << '\n';
+    }
+    if (options.json)
+        print(document);
+    else
+        std::cout << persons.size() << (persons.size() == 1 ? " person, " : " persons, ") << photoCount(photos) << '\n';
+    return ExitCode::Success;
+}
+
+ExitCode showPersons(const GalleryOptions& options) {
+    GalleryStore store(options.gallery, Access::Read);
+    noteOtherNetworks(store);
+    std::vector<std::string> names = options.names;
+    if (names.empty()) {
+        for (const PersonSummary& person : store.persons())
+            names.push_back(person.name);
+    }
+    ExitCode code = ExitCode::Success;
+    Json document = documentOf(store, options.gallery);
+    document["persons"] = Json::array();
+    for (const std::string& name : names) {
+        const std::vector<EnrolledPhoto> photos = store.photosOf(name);
+        if (photos.empty()) {
+            complain(options.gallery + ": there is no \"" + name + "\"");
+            code = ExitCode::Missing;
+            continue;
+        }
+        if (!options.json)
+            std::cout << printable(name) << ": " << photoCount(photos.size()) << '\n';
+        Json entries = Json::array();
+        for (const EnrolledPhoto& photo : photos) {
+            const std::string damage = damageOf(photo);
+            entries.push_back({{"photo", photo.source},
+                               {"digest", photo.digest},
+                               {"date", photo.date},
+                               {"quality", photo.quality},
+                               {"damaged", !damage.empty()}});
+            if (!options.json)
+                std::cout << "  " << printable(photo.digest.substr(0, shortDigest)) << "  " << printable(photo.date)
+                          << "  quality " << photo.quality << "  " << printable(photo.source)
+                          << (damage.empty() ? "" : "  " + damage) << '\n';
+        }
+        document["persons"].push_back({{"name", name}, {"photos", std::move(entries)}});
+    }
+    if (options.json)
+        print(document);
+    return code;
+}
+
+/** The digest of the person's photo that the user means by its name or the beginning of its digest. */
+std::string chosenPhoto(GalleryStore& store, const std::string& person, const std::string& wanted) {
+    std::vector<std::string> digests;
+    for (const EnrolledPhoto& photo : store.photosOf(person)) {
+        if (photo.source == wanted || photo.digest.compare(0, wanted.size(), wanted) == 0)
+            digests.push_back(photo.digest);
+    }
+    if (digests.size() == 1)
+        return digests.front();
+    throw CommandError(digests.empty() ? ExitCode::Missing : ExitCode::Usage,
+                       person + ": " + (digests.empty() ? "no photo" : photoCount(digests.size()) + ": which one") +
+                           " is \"" + wanted + "\"? \"veldan gallery show\" lists photos and digests");
+}
+
+ExitCode removePersons(const GalleryOptions& options) {
+    if (!options.photo.empty() && options.names.size() != 1)
+        throw CommandError(ExitCode::Usage, "--photo: goes with one name");
+    // Nothing is to be created here, not even by mistake.
+    GalleryStore(options.gallery, Access::Read);
+    GalleryStore store(options.gallery, Access::Change);
+    if (!options.photo.empty()) {
+        const std::string& name = options.names.front();
+        store.removePhoto(name, chosenPhoto(store, name, options.photo));
+        const std::size_t left = store.photosOf(name).size();
+        std::cout << name << ": one photo removed, " << (left == 0 ? "it was the last one" : photoCount(left) + " left")
+                  << '\n';
+        return ExitCode::Success;
+    }
+    ExitCode code = ExitCode::Success;
+    for (const std::string& name : options.names) {
+        if (const std::size_t photos = store.removePerson(name); photos > 0) {
+            std::cout << name << ": removed, with " << photoCount(photos) << std::endl;
+        } else {
+            complain(options.gallery + ": there is no \"" + name + "\"");
+            code = ExitCode::Missing;
+        }
+    }
+    return code;
+}
+
+ExitCode exportGallery(const GalleryOptions& options) {
+    GalleryStore store(options.gallery, Access::Read);
+    std::vector<Unusable> unusable;
+    const Json document = exportedGallery(store, unusable);
+    if (options.file == "-") {
+        print(document, false);
+    } else {
+        std::error_code error;
+        if (std::filesystem::equivalent(options.file, options.gallery, error))
+            throw CommandError(ExitCode::NotWritten, options.file + ": this would overwrite the gallery");
+        const std::string text = document.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
+        try {
+            writeFile(options.file, reinterpret_cast<const unsigned char*>(text.data()), text.size());
+        } catch (const CommandError& failure) {
+            throw CommandError(failure.code(), options.file + ": " + failure.what());
+        }
+        std::size_t photos = 0;
+        for (const Json& person : document["persons"])
+            photos += person["photos"].size();
+        std::cout << options.file << ": " << document["persons"].size()
+                  << (document["persons"].size() == 1 ? " person, " : " persons, ") << photoCount(photos) << '\n';
+    }
+    for (const Unusable& photo : unusable)
+        complain(options.gallery + ": not exported: " + photo.what + ": " + photo.reason);
+    return unusable.empty() ? ExitCode::Success : ExitCode::Gallery;
+}
+
+ExportedGallery readExportFile(const std::string& path) {
+    try {
+        return readExport(readFile(path == "-" ? "/dev/stdin" : path));
+    } catch (const CommandError& failure) {
+        throw CommandError(failure.code(), path + ": " + failure.what());
+    }
+}
+
+ExitCode importGallery(const GalleryOptions& options) {
+    const ExportedGallery exported = readExportFile(options.file);
+    if (exported.recognizers != Recognizers::embedded())
+        throw CommandError(ExitCode::Gallery,
+                           options.file +
+                               ": exported with other networks, whose templates cannot be compared with "
+                               "those of this version. Enrol again from the photos: veldan enroll --gallery " +
+                               options.gallery + " NAME PHOTO...");
+    GalleryStore store(options.gallery, Access::Change);
+    store.requireOwnNetworks();
+    const std::vector<bool> added = store.add(exported.photos);
+    const auto imported = static_cast<std::size_t>(std::count(added.begin(), added.end(), true));
+    std::cout << photoCount(imported) << " imported, " << added.size() - imported << " enrolled before, "
+              << exported.unusable.size() << " refused\n";
+    for (const Unusable& photo : exported.unusable)
+        complain(options.file + ": not imported: " + printable(photo.what) + ": " + photo.reason);
+    return exported.unusable.empty() ? ExitCode::Success : ExitCode::Unsuitable;
+}
+
+} // namespace
+
+void addGalleryCommand(CLI::App& app, Action& action) {
+    CLI::App* command = app.add_subcommand("gallery", "List, show, remove, export and import the persons of a gallery");
+    command->require_subcommand(1);
+    // Before the subcommands, which take it over.
+    command->footer(
+        "Exit codes: 0 done; 2 wrong usage; 3 no such gallery, file or person; 4 a file cannot be read, or\n"
+        "is not an exported gallery; 7 a file cannot be written; 9 what was to be imported is damaged in\n"
+        "part; 10 the gallery cannot be used, or is damaged in part.\n"
+        "\n"
+        "Examples:\n"
+        "  veldan gallery list --gallery staff.db\n"
+        "  veldan gallery show --gallery staff.db \"Ada Lovelace\"\n"
+        "  veldan gallery remove --gallery staff.db \"Ada Lovelace\" --photo ada1.jpg\n"
+        "  veldan gallery export --gallery staff.db staff.json\n"
+        "  veldan gallery import --gallery other.db staff.json\n");
+    const auto options = std::make_shared<GalleryOptions>();
+    const auto add = [&](const char* name, const char* help, ExitCode (*run)(const GalleryOptions&)) {
+        CLI::App* subcommand = command->add_subcommand(name, help);
+        subcommand->add_option("--gallery", options->gallery, "The gallery, made by \"veldan enroll\"")
+            ->required()
+            ->type_name("FILE");
+        subcommand->callback([options, &action, run] { action = [options, run] { return run(*options); }; });
+        return subcommand;
+    };
+    const auto addJson = [&](CLI::App* subcommand) {
+        subcommand->add_flag("--json", options->json, "Print one JSON document instead of text");
+    };
+
+    addJson(add("list", "The persons, with the number of their photos", listPersons));
+
+    CLI::App* show = add("show", "The photos of persons: file name, digest, date and quality", showPersons);
+    show->add_option("NAME", options->names, "Persons; all when there is none")->type_name("");
+    addJson(show);
+
+    CLI::App* remove = add("remove", "Remove persons, or a photo of a person", removePersons);
+    remove->add_option("NAME", options->names, "Persons")->required()->type_name("");
+    remove->add_option("--photo", options->photo, "Remove this photo only: its file name or the start of its digest")
+        ->type_name("PHOTO");
+
+    CLI::App* exporting = add("export", "Write all persons to a JSON file", exportGallery);
+    exporting->add_option("FILE", options->file, "The file; - is the standard output")->required()->type_name("");
+
+    CLI::App* importing =
+        add("import", "Add the persons of an exported file; makes a gallery when there is none", importGallery);
+    importing->add_option("FILE", options->file, "The file; - is the standard input")->required()->type_name("");
+}
+
+} // namespace veldan::cli

@@ -1,0 +1,359 @@
+#include "gallery_store.hpp"
+
+#include "digest.hpp"
+#include "exit_codes.hpp"
+
+#include <veldan/feature_template.hpp>
+#include <veldan/model_store.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <fstream>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace veldan::cli {
+
+namespace {
+
+// "VdGa", in the file's header: tells a gallery from the files of other programs.
+constexpr std::int64_t applicationId = 0x56644761;
+constexpr std::int64_t schemaVersion = 1;
+
+constexpr int lockPatience = 5000; // milliseconds
+
+constexpr std::size_t longestName = 200; // bytes
+
+constexpr const char* schema = R"(
+    CREATE TABLE recognizer (kind TEXT PRIMARY KEY, digest TEXT NOT NULL) STRICT, WITHOUT ROWID;
+    CREATE TABLE person (id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE) STRICT;
+    CREATE TABLE photo (
+        id INTEGER PRIMARY KEY,
+        person INTEGER NOT NULL REFERENCES person ON DELETE CASCADE,
+        source TEXT NOT NULL,
+        digest TEXT NOT NULL,
+        date TEXT NOT NULL,
+        quality INTEGER NOT NULL,
+        bare BLOB NOT NULL,
+        masked BLOB NOT NULL,
+        UNIQUE (person, digest)
+    ) STRICT;
+    CREATE INDEX photo_by_digest ON photo (digest);
+)";
+
+using Accessor = int (*)(unsigned char*);
+
+std::string digestOf(int length, Accessor data) {
+    std::vector<unsigned char> bytes(static_cast<std::size_t>(std::max(length, 0)));
+    if (bytes.empty() || data(bytes.data()) != 0)
+        throw CommandError(ExitCode::Library, "an embedded network is damaged");
+    return sha256(bytes);
+}
+
+CommandError notAGallery(const std::string& path) {
+    return {ExitCode::Gallery, path + ": not a gallery; it was left as it is"};
+}
+
+/** The 32-bit number that the header of an SQLite file has for the application, or -1 for other files. */
+std::int64_t applicationOf(const std::string& path) {
+    constexpr std::string_view magic("SQLite format 3\0", 16);
+    constexpr std::size_t position = 68;
+    std::array<char, position + 4> header{};
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        throw CommandError(ExitCode::Unreadable, path + ": cannot be opened: " + std::strerror(errno));
+    if (!file.read(header.data(), header.size()) || std::string_view(header.data(), magic.size()) != magic)
+        return -1;
+    std::int64_t id = 0;
+    for (std::size_t i = 0; i < 4; ++i)
+        id = id * 256 + static_cast<unsigned char>(header[position + i]);
+    return id;
+}
+
+/**
+ * Makes sure that there is a file that SQLite may open: opening alone can change a file, by what a journal beside it
+ * says.
+ */
+void prepareFile(const std::string& path, GalleryStore::Access access) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) {
+        if (access == GalleryStore::Access::Read)
+            throw CommandError(ExitCode::Missing, path + ": no such gallery");
+        // What it holds about people is nobody else's business, unless the owner decides so.
+        const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        if (file < 0)
+            throw CommandError(ExitCode::NotWritten, path + ": cannot be created: " + std::strerror(errno));
+        ::close(file);
+        return;
+    }
+    if (!S_ISREG(status.st_mode))
+        throw CommandError(ExitCode::Gallery, path + ": not a file");
+    // A process that was killed while it created a gallery leaves an empty file, or a beginning with its journal.
+    const bool unfinished = status.st_size == 0 || ::access((path + "-journal").c_str(), F_OK) == 0;
+    const std::int64_t application = applicationOf(path);
+    if (application != applicationId && !(application < 0 && unfinished))
+        throw notAGallery(path);
+}
+
+void createSchema(Database& database) {
+    Transaction transaction(database);
+    // Another process may have been faster.
+    if (database.number("PRAGMA application_id") == applicationId)
+        return;
+    database.run(schema);
+    const Recognizers own = Recognizers::embedded();
+    const std::pair<const char*, std::string> rows[] = {{"bare", own.bare}, {"masked", own.masked}};
+    for (const auto& [kind, digest] : rows)
+        Statement(database, "INSERT INTO recognizer VALUES (?, ?)").bind(kind).bind(digest).step();
+    database.run(("PRAGMA application_id = " + std::to_string(applicationId)).c_str());
+    database.run(("PRAGMA user_version = " + std::to_string(schemaVersion)).c_str());
+    transaction.commit();
+}
+
+std::string recognizerOf(Database& database, const char* kind) {
+    Statement statement(database, "SELECT digest FROM recognizer WHERE kind = ?");
+    return statement.bind(kind).step() ? statement.text(0) : std::string();
+}
+
+/** Of a row that begins with source, digest, date, quality, bare, masked. */
+EnrolledPhoto photoOf(Statement& row) {
+    EnrolledPhoto photo{row.text(0), row.text(1), row.text(2), static_cast<int>(row.number(3)), {}, {}};
+    // A template of another size is left at zeros, which damageOf() finds.
+    row.bytes(4, photo.bare.data(), photo.bare.size());
+    row.bytes(5, photo.masked.data(), photo.masked.size());
+    return photo;
+}
+
+bool isWhole(Kind kind, const Template& one) {
+    std::array<unsigned char, templateBytes> feature{};
+    return TzDecode(static_cast<int>(kind), one.data(), static_cast<int>(one.size()), feature.data()) == 0;
+}
+
+/** Length of the UTF-8 character that the text begins with; 0 when it is none. */
+std::size_t characterLength(std::string_view text) {
+    const auto byte = [&](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
+    const unsigned lead = byte(0);
+    if (lead < 0x80)
+        return 1;
+    const std::size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
+    if (lead < 0xc2 || lead > 0xf4)
+        return 0;
+    for (std::size_t i = 1; i < length; ++i) {
+        if ((byte(i) & 0xc0) != 0x80)
+            return 0;
+    }
+    // Spellings that are too long, halves of surrogate pairs, and what lies beyond the last character.
+    const unsigned second = byte(1);
+    const bool outside = (lead == 0xe0 && second < 0xa0) || (lead == 0xed && second > 0x9f) ||
+                         (lead == 0xf0 && second < 0x90) || (lead == 0xf4 && second > 0x8f);
+    return outside ? 0 : length;
+}
+
+} // namespace
+
+Recognizers Recognizers::embedded() {
+    return {digestOf(length_VELDAN_V5_0_0_FaceRecog_Model(), data_VELDAN_V5_0_0_FaceRecog_Model),
+            digestOf(length_VELDAN_V5_2_0_FaceMaskRecog_Model(), data_VELDAN_V5_2_0_FaceMaskRecog_Model)};
+}
+
+GalleryStore::GalleryStore(const std::string& path, Access access)
+    : database_((prepareFile(path, access), path), lockPatience) {
+    if (access == Access::Change) {
+        if (database_.readOnly())
+            throw CommandError(ExitCode::NotWritten, path + ": cannot be written: the file is read-only");
+        // Beyond a crash of the process, a commit survives a power failure, and what is removed is overwritten.
+        database_.run("PRAGMA synchronous = EXTRA; PRAGMA secure_delete = ON; PRAGMA foreign_keys = ON");
+    }
+    if (database_.number("PRAGMA application_id") != applicationId) {
+        if (database_.number("SELECT count(*) FROM sqlite_schema") > 0)
+            throw notAGallery(path);
+        if (access == Access::Read)
+            throw CommandError(ExitCode::Gallery, path + ": empty, nobody was ever enrolled in it");
+        createSchema(database_);
+    }
+    if (access == Access::Read)
+        database_.run("PRAGMA query_only = ON");
+    const std::int64_t version = database_.number("PRAGMA user_version");
+    if (version > schemaVersion)
+        throw CommandError(ExitCode::Gallery, path + ": made by a newer version of veldan (gallery format " +
+                                                  std::to_string(version) + ", this version knows " +
+                                                  std::to_string(schemaVersion) + "); use that one");
+    if (const std::string state = database_.text("PRAGMA quick_check(1)"); state != "ok")
+        throw CommandError(ExitCode::Gallery, path + ": the gallery is damaged: " + state);
+    recognizers_ = {recognizerOf(database_, "bare"), recognizerOf(database_, "masked")};
+}
+
+void GalleryStore::requireOwnNetworks() const {
+    if (recognizers_ == Recognizers::embedded())
+        return;
+    throw CommandError(ExitCode::Gallery,
+                       database_.path() +
+                           ": made with other networks, whose templates cannot be compared with those of this version. "
+                           "Enrol again from the photos, into a new gallery: veldan enroll --gallery NEW.db NAME "
+                           "PHOTO... (\"veldan gallery show --gallery " +
+                           database_.path() + "\" names persons and photos)");
+}
+
+SearchableGallery GalleryStore::searchable() {
+    requireOwnNetworks();
+    SearchableGallery gallery;
+    Statement rows(database_, "SELECT source, digest, date, quality, bare, masked, name, person.id FROM person "
+                              "JOIN photo ON photo.person = person.id ORDER BY person.id, photo.id");
+    std::int64_t person = 0;
+    std::string name;
+    std::vector<Template> bare;
+    std::vector<Template> masked;
+    const auto finish = [&] {
+        if (bare.empty())
+            return;
+        gallery.names.push_back(name);
+        gallery.bare.add(bare);
+        gallery.masked.add(masked);
+        bare.clear();
+        masked.clear();
+    };
+    while (rows.step()) {
+        if (rows.number(7) != person) {
+            finish();
+            person = rows.number(7);
+            name = rows.text(6);
+        }
+        const EnrolledPhoto photo = photoOf(rows);
+        if (const std::string damage = damageOf(photo); !damage.empty()) {
+            gallery.damaged.push_back(name + ": " + photo.source + ": " + damage);
+        } else {
+            bare.push_back(photo.bare);
+            masked.push_back(photo.masked);
+        }
+    }
+    finish();
+    return gallery;
+}
+
+std::vector<PersonSummary> GalleryStore::persons() {
+    Statement rows(database_, "SELECT name, count(*), min(date), max(date) FROM person "
+                              "JOIN photo ON photo.person = person.id GROUP BY person.id ORDER BY name");
+    std::vector<PersonSummary> persons;
+    while (rows.step())
+        persons.push_back({rows.text(0), static_cast<std::size_t>(rows.number(1)), rows.text(2), rows.text(3)});
+    return persons;
+}
+
+std::vector<EnrolledPhoto> GalleryStore::photosOf(const std::string& person) {
+    Statement rows(database_, "SELECT source, digest, date, quality, bare, masked FROM photo "
+                              "JOIN person ON photo.person = person.id WHERE name = ? ORDER BY photo.id");
+    rows.bind(person);
+    std::vector<EnrolledPhoto> photos;
+    while (rows.step())
+        photos.push_back(photoOf(rows));
+    return photos;
+}
+
+bool GalleryStore::holds(const std::string& person, const std::string& digest) {
+    Statement row(database_,
+                  "SELECT 1 FROM photo JOIN person ON photo.person = person.id WHERE name = ? AND digest = ?");
+    return row.bind(person).bind(digest).step();
+}
+
+std::vector<std::string> GalleryStore::othersWith(const std::string& person, const std::string& digest) {
+    Statement rows(database_, "SELECT name FROM person JOIN photo ON photo.person = person.id "
+                              "WHERE digest = ? AND name <> ? ORDER BY name");
+    rows.bind(digest).bind(person);
+    std::vector<std::string> names;
+    while (rows.step())
+        names.push_back(rows.text(0));
+    return names;
+}
+
+bool GalleryStore::add(const std::string& person, const EnrolledPhoto& photo) {
+    Transaction transaction(database_);
+    Statement(database_, "INSERT INTO person (name) VALUES (?) ON CONFLICT DO NOTHING").bind(person).step();
+    Statement insert(database_, "INSERT INTO photo (person, source, digest, date, quality, bare, masked) "
+                                "SELECT id, ?, ?, ?, ?, ?, ? FROM person WHERE name = ? ON CONFLICT DO NOTHING");
+    insert.bind(photo.source).bind(photo.digest).bind(photo.date).bind(photo.quality);
+    insert.bind(photo.bare.data(), photo.bare.size()).bind(photo.masked.data(), photo.masked.size()).bind(person);
+    insert.step();
+    const bool added = database_.changes() > 0;
+    transaction.commit();
+    return added;
+}
+
+std::vector<bool> GalleryStore::add(const std::vector<PersonPhoto>& photos) {
+    std::vector<bool> added;
+    added.reserve(photos.size());
+    Transaction transaction(database_);
+    for (const PersonPhoto& photo : photos)
+        added.push_back(add(photo.person, photo.photo));
+    transaction.commit();
+    return added;
+}
+
+std::size_t GalleryStore::removePerson(const std::string& person) {
+    Transaction transaction(database_);
+    Statement(database_, "DELETE FROM photo WHERE person = (SELECT id FROM person WHERE name = ?)").bind(person).step();
+    const std::size_t photos = database_.changes();
+    Statement(database_, "DELETE FROM person WHERE name = ?").bind(person).step();
+    transaction.commit();
+    return photos;
+}
+
+bool GalleryStore::removePhoto(const std::string& person, const std::string& digest) {
+    Transaction transaction(database_);
+    Statement(database_, "DELETE FROM photo WHERE person = (SELECT id FROM person WHERE name = ?) AND digest = ?")
+        .bind(person)
+        .bind(digest)
+        .step();
+    const bool removed = database_.changes() > 0;
+    database_.run("DELETE FROM person WHERE id NOT IN (SELECT person FROM photo)");
+    transaction.commit();
+    return removed;
+}
+
+std::string refusalOfName(const std::string& name) {
+    if (name.empty())
+        return "a name cannot be empty";
+    if (name.size() > longestName)
+        return "a name cannot be longer than " + std::to_string(longestName) + " bytes";
+    if (name.front() == ' ' || name.back() == ' ')
+        return "a name cannot begin or end with a space";
+    std::string_view rest(name);
+    while (!rest.empty()) {
+        const std::size_t length = characterLength(rest);
+        if (length == 0)
+            return "a name must be UTF-8";
+        const auto lead = static_cast<unsigned char>(rest.front());
+        const bool control =
+            lead < 0x20 || lead == 0x7f || (lead == 0xc2 && static_cast<unsigned char>(rest[1]) < 0xa0);
+        if (control)
+            return "a name cannot hold control characters";
+        if (lead == '/')
+            return "a name cannot hold a slash";
+        rest.remove_prefix(length);
+    }
+    return {};
+}
+
+std::string dateNow() {
+    const std::time_t now = std::time(nullptr);
+    std::tm parts{};
+    ::gmtime_r(&now, &parts);
+    std::array<char, 32> text{};
+    std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return text.data();
+}
+
+std::string damageOf(const EnrolledPhoto& photo) {
+    if (!isWhole(Kind::Bare, photo.bare))
+        return "the template of the bare face is damaged";
+    if (!isWhole(Kind::Masked, photo.masked))
+        return "the template for a face with a mask is damaged";
+    return {};
+}
+
+} // namespace veldan::cli

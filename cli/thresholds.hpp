@@ -1,0 +1,21 @@
+#ifndef VELDAN_CLI_THRESHOLDS_HPP
+#define VELDAN_CLI_THRESHOLDS_HPP
+
+namespace veldan::cli {
+
+/** @name Defaults of the commands, in percent as the library's own searches take them */
+///@{
+/** Similarity from which two bare faces count as one person. */
+inline constexpr int recognitionThreshold = 72;
+/** The same for faces with masks. */
+inline constexpr int maskedRecognitionThreshold = 72;
+/** Quality that a photo needs to be enrolled. */
+inline constexpr int enrolmentQuality = 40;
+///@}
+
+/** From this maskScore on a face counts as masked, as in the library's combined flows. */
+inline constexpr int maskedFrom = 41;
+
+} // namespace veldan::cli
+
+#endif

@@ -1,0 +1,311 @@
+#include "annotate.hpp"
+#include "commands.hpp"
+#include "face_api.hpp"
+#include "face_text.hpp"
+#include "gallery_store.hpp"
+#include "stop_signal.hpp"
+#include "thresholds.hpp"
+#include "track_events.hpp"
+#include "video_record.hpp"
+#include "video_source.hpp"
+
+#include <veldan/show_window.hpp>
+#include <veldan/veldan.hpp>
+
+#include <CLI/CLI.hpp>
+#include <opencv2/core.hpp>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <iomanip>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <set>
+#include <sstream>
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace veldan::cli {
+
+namespace {
+
+// Frames of a video are worse than photos, and one that is passed over is made up for by the next.
+constexpr int trackedQuality = 30;
+constexpr int usualGrace = 25;
+
+struct WatchOptions {
+    std::string gallery;
+    std::string source;
+    std::string record;
+    std::int64_t frames = 0;
+    int threshold = recognitionThreshold;
+    int maskThreshold = maskedRecognitionThreshold;
+    int quality = trackedQuality;
+    int grace = usualGrace;
+    bool json = false;
+    bool show = false;
+};
+
+const char* nameOf(TrackEvent::Kind kind) {
+    switch (kind) {
+    case TrackEvent::Kind::Appeared:
+        return "appeared";
+    case TrackEvent::Kind::Recognised:
+        return "recognised";
+    case TrackEvent::Kind::Stranger:
+        return "stranger";
+    case TrackEvent::Kind::Left:
+        return "left";
+    }
+    return "";
+}
+
+std::string twoDecimals(double number) {
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(2) << number;
+    return text.str();
+}
+
+double similarityOf(const VDFACEINFOEX& face) {
+    return face.searchScore / 100.0;
+}
+
+SearchableGallery openGallery(const std::string& path) {
+    SearchableGallery gallery = GalleryStore(path, GalleryStore::Access::Read).searchable();
+    for (const std::string& damage : gallery.damaged)
+        std::cerr << "veldan: " << path << ": " << damage << '\n';
+    if (gallery.names.empty())
+        std::cerr << "veldan: " << path << ": nobody is enrolled, so everybody will be a stranger\n";
+    return gallery;
+}
+
+void refuseOverwriting(const WatchOptions& options) {
+    std::error_code error;
+    for (const std::string& input : {options.source, options.gallery})
+        if (std::filesystem::equivalent(input, options.record, error))
+            throw CommandError(ExitCode::NotWritten, "writing " + options.record + " would overwrite " + input);
+}
+
+class Watch {
+public:
+    explicit Watch(const WatchOptions& options)
+        : options_(options), gallery_(openGallery(options.gallery)), api_(static_cast<int>(gallery_.names.size())),
+          tracker_(api_.instance()), events_(options.grace), source_(options.source) {
+        if (options.record.empty())
+            return;
+        refuseOverwriting(options);
+        record_.emplace(options.record, source_.framesPerSecond());
+    }
+
+    ExitCode run() {
+        if (options_.show && !std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY") &&
+            !std::getenv("QT_QPA_PLATFORM"))
+            std::cerr << "veldan: no display was found, so --show shows nothing\n";
+        catchStopSignals();
+        Frame frame;
+        while (!stopRequested() && !enough() && source_.next(frame, stopRequested)) {
+            ++frames_;
+            last_ = frame.moment;
+            process(frame);
+        }
+        const bool lost = source_.kind() == VideoSource::Kind::Camera && !stopRequested() && !enough();
+        for (const TrackEvent& event : events_.finish())
+            report(event);
+        hideWindow();
+        if (record_)
+            record_->close();
+        summarise();
+        if (lost)
+            throw CommandError(ExitCode::Unreadable, "camera " + options_.source + " sends no more pictures");
+        return ExitCode::Success;
+    }
+
+private:
+    bool enough() const { return options_.frames > 0 && frames_ >= options_.frames; }
+
+    void process(Frame& frame) {
+        std::vector<VDFACEINFOEX>& faces = search(frame.picture);
+        for (const TrackEvent& event : events_.next(frame.moment, faces))
+            report(event);
+        if (!record_ && !options_.show)
+            return;
+        annotate(frame.picture, marksOf(faces));
+        if (record_)
+            record_->write(frame.picture, frame.moment.seconds);
+        if (options_.show) {
+            WinShow(title_.data(), frame.picture.pixels.data(), frame.picture.width, frame.picture.height, 3);
+            shown_ = true;
+        }
+    }
+
+    std::vector<VDFACEINFOEX>& search(Photo& picture) {
+        try {
+            std::vector<VDFACEINFOEX>& faces = tracker_.next(viewOf(picture));
+            api_.instance().searchTracked(viewOf(picture), faces, gallery_.bare, gallery_.masked, options_.threshold,
+                                          options_.maskThreshold, options_.quality);
+            return faces;
+        } catch (const Error& error) {
+            throw CommandError(error.code() == VD_ERR_IMAGE_TOO_SMALL ? ExitCode::TooSmall : ExitCode::Library,
+                               options_.source + ": " + error.what());
+        }
+    }
+
+    std::string personName(int searchId) const {
+        const auto index = static_cast<std::size_t>(searchId);
+        return searchId >= 0 && index < gallery_.names.size() ? gallery_.names[index] : "";
+    }
+
+    void report(const TrackEvent& event) {
+        const bool recognised = event.kind == TrackEvent::Kind::Recognised;
+        const std::string name = personName(event.face.searchId);
+        people_ = std::max(people_, event.person);
+        if (recognised) {
+            recognised_.insert(name);
+            strangers_.erase(event.person);
+        } else if (event.kind == TrackEvent::Kind::Stranger) {
+            strangers_.insert(event.person);
+        }
+        if (options_.json) {
+            Json json = {{"event", nameOf(event.kind)},
+                         {"frame", event.moment.frame},
+                         {"seconds", event.moment.seconds},
+                         {"person", event.person}};
+            if (recognised) {
+                json["name"] = name;
+                json["similarity"] = similarityOf(event.face);
+                json["masked"] = event.face.maskScore >= maskedFrom;
+            }
+            json["box"] = detectionJson(event.face)["box"];
+            printLine(json);
+            return;
+        }
+        std::cout << "frame " << event.moment.frame << "  " << twoDecimals(event.moment.seconds) << " s  person "
+                  << event.person << ' ' << (event.kind == TrackEvent::Kind::Stranger ? "is a " : "")
+                  << nameOf(event.kind);
+        if (recognised)
+            std::cout << ": " << name << "  (similarity " << twoDecimals(similarityOf(event.face))
+                      << (event.face.maskScore >= maskedFrom ? ", masked)" : ")");
+        std::cout << std::endl; // whoever follows the output wants to know at once
+    }
+
+    void summarise() {
+        if (options_.json) {
+            Json json = {{"event", "summary"},
+                         {"frames", frames_},
+                         {"seconds", last_.seconds},
+                         {"dropped", source_.dropped()},
+                         {"people", people_},
+                         {"recognised", recognised_},
+                         {"strangers", strangers_.size()}};
+            if (record_)
+                json["record"] = options_.record;
+            printLine(json);
+            return;
+        }
+        std::cout << frames_ << (frames_ == 1 ? " frame" : " frames");
+        if (source_.dropped() > 0)
+            std::cout << " (" << source_.dropped() << " dropped)";
+        std::cout << ", " << people_ << (people_ == 1 ? " person; recognised:" : " people; recognised:");
+        for (const std::string& name : recognised_)
+            std::cout << (name == *recognised_.begin() ? " " : ", ") << name;
+        std::cout << (recognised_.empty() ? " nobody" : "") << "; strangers: " << strangers_.size() << '\n';
+        if (record_)
+            std::cout << "recorded in " << options_.record << '\n';
+    }
+
+    static void printLine(const Json& json) {
+        std::cout << json.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
+    }
+
+    std::vector<Mark> marksOf(const std::vector<VDFACEINFOEX>& faces) const {
+        std::vector<Mark> marks;
+        marks.reserve(faces.size());
+        for (std::size_t i = 0; i < faces.size(); ++i) {
+            const TrackedPerson tracked = events_.personOf(i);
+            std::string words = tracked.searchId >= 0 ? personName(tracked.searchId)
+                                : tracked.stranger    ? "stranger"
+                                                      : "?";
+            if (faces[i].searchFlag >= 1)
+                words += " " + twoDecimals(similarityOf(faces[i]));
+            marks.emplace_back(faces[i], faces[i].maskScore >= maskedFrom, std::vector<std::string>{words});
+        }
+        return marks;
+    }
+
+    void hideWindow() {
+        if (!shown_)
+            return;
+        try {
+            WinHide(title_.data());
+        } catch (const cv::Exception&) {
+            // The user closed it already.
+        }
+    }
+
+    const WatchOptions& options_;
+    SearchableGallery gallery_;
+    FaceApi api_;
+    Tracker tracker_;
+    TrackEvents events_;
+    VideoSource source_;
+    std::optional<VideoRecord> record_;
+    std::string title_ = "veldan watch";
+    bool shown_ = false;
+    std::int64_t frames_ = 0;
+    Moment last_;
+    int people_ = 0;
+    std::set<std::string> recognised_;
+    std::set<int> strangers_;
+};
+
+} // namespace
+
+void addWatchCommand(CLI::App& app, Action& action) {
+    CLI::App* command = app.add_subcommand("watch", "Follow the faces of a camera or video and say who comes and goes");
+    const auto options = std::make_shared<WatchOptions>();
+    command->add_option("--gallery", options->gallery, "The gallery to search, as veldan enroll makes it")
+        ->required()
+        ->type_name("FILE");
+    command
+        ->add_option("SOURCE", options->source,
+                     "Number of a camera, address of a stream (rtsp://..., http://...), or a video file")
+        ->required()
+        ->type_name("");
+    command->add_flag("--json", options->json, "Print one JSON object a line instead of text");
+    command->add_flag("--show", options->show, "Show the video with names in a window");
+    command->add_option("--record", options->record, "Write the video with names: .avi or .mp4")->type_name("OUT");
+    command->add_option("--threshold", options->threshold, "Similarity of a bare face that is recognised, in percent")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 100));
+    command->add_option("--mask-threshold", options->maskThreshold, "The same for a face with a mask")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 100));
+    command
+        ->add_option("--quality", options->quality, "Quality that a face needs to be searched, half of it with a mask")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 100));
+    command->add_option("--grace", options->grace, "Frames for which somebody may be lost before having left")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 100000));
+    command->add_option("--frames", options->frames, "Stop after so many frames")->check(CLI::PositiveNumber);
+    command->footer(
+        "Events, one a line: appeared, recognised, stranger, left; a summary at the end. Files are read frame by\n"
+        "frame; of cameras and streams the latest frame is taken and older ones are dropped. Ctrl-C ends watching,\n"
+        "with the summary and a complete recording.\n"
+        "\n"
+        "Exit codes: 0 the video has ended, or Ctrl-C; 2 wrong usage; 3 a file does not exist; 4 the source cannot\n"
+        "be opened, or the camera stopped; 5 the pictures are too small; 7 the recording could not be written; 8 the\n"
+        "library did not start; 10 the gallery cannot be used.\n"
+        "\n"
+        "Examples:\n"
+        "  veldan watch --gallery staff.db 0 --show\n"
+        "  veldan watch --gallery staff.db door.mp4 --record named.avi\n"
+        "  veldan watch --gallery staff.db rtsp://camera/stream --json | jq 'select(.event == \"recognised\")'\n");
+    command->callback([options, &action] { action = [options] { return Watch(*options).run(); }; });
+}
+
+} // namespace veldan::cli
