@@ -74,10 +74,9 @@ void drawScoreHistogram(const std::filesystem::path& path, const PairScores& sco
     write(picture, "accepted at once", {column(0.8) + 5, plot.y + 14}, ink, 0.4);
     cv::rectangle(picture, plot, ink);
     write(picture, title, {plot.x, 30}, cv::Scalar(0, 0, 0), 0.6);
-    write(picture, "different people (" + text(scores.impostor.size()) + " pairs)", {plot.x + 10, plot.y + 20},
-          ofImpostors, 0.5);
-    write(picture, "same person (" + text(scores.genuine.size()) + " pairs)", {plot.x + 10, plot.y + 40}, ofGenuine,
+    write(picture, "different people (" + text(scores.impostor.size()) + " pairs)", {plot.x + 420, 20}, ofImpostors,
           0.5);
+    write(picture, "same person (" + text(scores.genuine.size()) + " pairs)", {plot.x + 420, 40}, ofGenuine, 0.5);
     write(picture, "similarity", {plot.x + plot.width / 2 - 35, plot.y + plot.height + 45}, ink, 0.5);
     if (!cv::imwrite(path.string(), picture))
         throw std::runtime_error(path.string() + ": cannot be written");

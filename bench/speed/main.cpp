@@ -38,6 +38,7 @@ int main(int argc, char** argv) {
         registerDetectorBenchmarks(options);
         registerEngineBenchmarks(options);
         registerRecognitionBenchmarks(options);
+        registerFlowBenchmarks(options);
         registerSuppressionBenchmarks();
         registerStoreBenchmarks();
         registerSearchBenchmarks();
