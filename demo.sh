@@ -1,7 +1,7 @@
 #!/bin/bash
 # usage: ./demo.sh
-# Installs what is missing, builds the library and the veldan command, finds the faces in the bundled photos, and judges
-# those of one photo.
+# Installs what is missing, builds the library and the veldan command, finds the faces in the bundled photos, judges those
+# of one photo, and compares a bare face with the same one behind a mask, and with another one.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -26,6 +26,9 @@ mkdir -p "$drawn"
 "$build"/cli/veldan detect --draw "$drawn" examples/photos/*.jpg examples/photos/*.webp
 echo "==> inspect"
 "$build"/cli/veldan inspect --draw "$drawn"/rows-judged.png examples/photos/rows.webp
+echo "==> match"
+"$build"/cli/veldan match --draw "$drawn"/match.png examples/photos/first-bare.webp examples/photos/first-mask.webp
+"$build"/cli/veldan match examples/photos/first-bare.webp examples/photos/second-mask.webp
 
 echo
 echo "The photos with the faces drawn in are in $PWD/$drawn/"

@@ -153,7 +153,7 @@ ExitCode removePersons(const GalleryOptions& options) {
     if (!options.photo.empty() && options.names.size() != 1)
         throw CommandError(ExitCode::Usage, "--photo: goes with one name");
     // Nothing is to be created here, not even by mistake.
-    GalleryStore(options.gallery, Access::Read);
+    static_cast<void>(GalleryStore(options.gallery, Access::Read));
     GalleryStore store(options.gallery, Access::Change);
     if (!options.photo.empty()) {
         const std::string& name = options.names.front();

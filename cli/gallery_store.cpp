@@ -226,7 +226,8 @@ SearchableGallery GalleryStore::searchable() {
         }
         const EnrolledPhoto photo = photoOf(rows);
         if (const std::string damage = damageOf(photo); !damage.empty()) {
-            gallery.damaged.push_back(name + ": " + photo.source + ": " + damage);
+            std::string line = name;
+            gallery.damaged.push_back(line.append(": ").append(photo.source).append(": ").append(damage));
         } else {
             bare.push_back(photo.bare);
             masked.push_back(photo.masked);

@@ -65,7 +65,7 @@ struct Scene {
 
 void registerRecognitionBenchmarks(const BenchOptions& options) {
     const auto scene = std::make_shared<Scene>(options);
-    const auto add = [&](const std::string& name, std::function<void(Scene&)> operation) {
+    const auto add = [&](const std::string& name, const std::function<void(Scene&)>& operation) {
         benchmark::RegisterBenchmark(("Recognition/" + name).c_str(), [scene, operation](benchmark::State& state) {
             for (auto _ : state) {
                 operation(*scene);
