@@ -25,7 +25,6 @@ namespace {
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 using Json = nlohmann::json;
 namespace fs = std::filesystem;

@@ -124,7 +124,7 @@ TEST(Match, DrawsBothPhotosSideBySide) {
     const double factor = 512.0 / 400;
     const cv::Rect box = boxOf(face);
     const cv::Vec3b edge =
-        picture.at<cv::Vec3b>(cvRound(box.y * factor), cvRound(512 + (box.x + box.width / 2) * factor));
+        picture.at<cv::Vec3b>(cvRound(box.y * factor), cvRound(512 + (box.x + box.width / 2.0) * factor));
     EXPECT_GT(edge[1], 200);
     EXPECT_LT(edge[2], 100);
 }
