@@ -1,5 +1,7 @@
 #include "track_events.hpp"
 
+#include <veldan/instance.hpp>
+
 #include <algorithm>
 
 namespace veldan::cli {
@@ -18,13 +20,7 @@ double sameTrack(const VDFACEINFOEX& before, const VDFACEINFOEX& face) {
 
 // Intersection over union of the boxes; 0 when it is too little to mean anything.
 double nearness(const VDFACEINFOEX& a, const VDFACEINFOEX& b) {
-    const double width = std::min(a.x + a.width, b.x + b.width) - std::max(a.x, b.x);
-    const double height = std::min(a.y + a.height, b.y + b.height) - std::max(a.y, b.y);
-    if (width <= 0 || height <= 0)
-        return 0;
-    const double common = width * height;
-    const double both = static_cast<double>(a.width) * a.height + static_cast<double>(b.width) * b.height;
-    const double share = common / (both - common);
+    const double share = VdFaceAPI::vdIou(a.x, a.y, a.width, a.height, b.x, b.y, b.width, b.height);
     return share >= samePlace ? share : 0;
 }
 

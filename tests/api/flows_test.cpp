@@ -1,6 +1,7 @@
 // The combined flows, through the entry points. Quality and mask engines answer what the test wants; the recognizers
 // average the crop, so that different places of a noise image are different persons.
 
+#include "support/averaging_network.hpp"
 #include "support/engines.hpp"
 #include "support/frames.hpp"
 #include "support/templates.hpp"
@@ -29,22 +30,13 @@ constexpr int width = 400;
 constexpr int height = 200;
 using Faces = std::vector<VDFACEINFOEX>;
 
-void loadAverages(cv::dnn::Net& net, const std::string& output) {
-    const std::string text = R"(layer { name: "data" type: "Input" top: "data"
-              input_param { shape { dim: 1 dim: 3 dim: 112 dim: 112 } } }
-      layer { name: ")" + output +
-                             R"(" type: "Pooling" bottom: "data" top: "out"
-              pooling_param { pool: AVE kernel_size: 14 stride: 14 } })";
-    net = cv::dnn::readNetFromCaffe(text.data(), text.size());
-}
-
 class Flows : public testing::Test {
 protected:
     void SetUp() override {
         std::memset(static_cast<void*>(&api), 0, sizeof(api));
         ASSERT_EQ(api.vdInitAlg(nullptr, 0, 10), 0);
-        loadAverages(veldan::EngineAccess::net(*api.faceRecognizer), "fc1_scale");
-        loadAverages(veldan::EngineAccess::net(*api.maskFaceRecognizer), "pre_fc1");
+        veldan_tests::loadAverages(veldan::EngineAccess::net(*api.faceRecognizer), "fc1_scale");
+        veldan_tests::loadAverages(veldan::EngineAccess::net(*api.maskFaceRecognizer), "pre_fc1");
         for (int i = 0; i < 2; ++i) {
             VDFACEINFOEX& face = faces[static_cast<std::size_t>(i)];
             face = veldan_tests::faceWithBox(30 + 200 * i, 40, 90, 90);

@@ -1,6 +1,7 @@
 // What the recognizers show their networks and make of the answers, with networks that only average: the answer then
 // tells what the crop was. Expected values come from the alignment functions and plain loops.
 
+#include "support/averaging_network.hpp"
 #include "support/engines.hpp"
 #include "support/frames.hpp"
 
@@ -23,17 +24,6 @@ constexpr int length = 128;
 constexpr int width = 300;
 constexpr int height = 260;
 using Feature = std::vector<float>;
-
-// Averages of 14 x 14 pixels: 64 values a channel, of which a feature holds the first two channels.
-void loadAverages(cv::dnn::Net& net, const std::string& output) {
-    const std::string text = R"(layer { name: "data" type: "Input" top: "data"
-              input_param { shape { dim: 1 dim: 3 dim: 112 dim: 112 } } }
-      layer { name: ")" + output +
-                             R"(" type: "Pooling" bottom: "data" top: "out"
-              pooling_param { pool: AVE kernel_size: 14 stride: 14 } })";
-    net = cv::dnn::readNetFromCaffe(text.data(), text.size());
-    ASSERT_FALSE(net.empty());
-}
 
 Feature averagesOf(const cv::Mat& crop) {
     Feature feature;
@@ -98,8 +88,8 @@ protected:
     bool readsFive() const { return GetParam() != MaskedByTwo; }
 
     void loadAverages() {
-        ::loadAverages(veldan::EngineAccess::net(bare), "fc1_scale");
-        ::loadAverages(veldan::EngineAccess::net(masked), "pre_fc1");
+        veldan_tests::loadAverages(veldan::EngineAccess::net(bare), "fc1_scale");
+        veldan_tests::loadAverages(veldan::EngineAccess::net(masked), "pre_fc1");
     }
     void loadEmbedded() {
         ASSERT_EQ(bare.mfInitAlg(nullptr), 0);
