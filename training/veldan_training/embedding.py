@@ -60,6 +60,28 @@ class Network(nn.Module):
         self.fc = nn.Linear(d.wide, FEATURES)
         self.bfloat16 = False
 
+    def fold(self):
+        """Puts the batch normalisations into the convolutions, for training on without them: a step costs a quarter less."""
+        for name, unit in self.units.items():
+            if len(unit) == 2:
+                weight, bias = networks.fold(*unit)
+                unit[0].weight.data, unit[0].bias = torch.from_numpy(weight), nn.Parameter(torch.from_numpy(bias))
+                self.units[name] = unit[:1]
+
+    def load_state_dict(self, state, strict=True):
+        if "units.conv1.0.bias" in state:
+            self.fold()
+        return super().load_state_dict(state, strict)
+
+    def _pool(self, x):
+        """As the depthwise convolution over the whole map, whose gradient is slow to compute."""
+        convolution = self.units["pool"][0]
+        weight = convolution.weight[:, 0].permute(1, 2, 0).contiguous().to(x.dtype)
+        x = (x.permute(0, 2, 3, 1) * weight).flatten(1, 2).sum(1).float()
+        if convolution.bias is not None:
+            return x + convolution.bias
+        return self.units["pool"][1](x[:, :, None, None]).flatten(1)
+
     def forward(self, x):
         x = x[:, :, :self.definition.rows].contiguous(memory_format=torch.channels_last)
         with torch.autocast("cpu", dtype=torch.bfloat16, enabled=self.bfloat16 and self.training):
@@ -69,8 +91,8 @@ class Network(nn.Module):
                 else:
                     inner = self.units[f"{name}b"](torch.relu_(self.units[f"{name}a"](x)))
                     x = torch.relu_(inner + x)
-            x = self.units["pool"](x)
-        return self.fc(x.flatten(1).float())
+            x = self._pool(x)
+        return self.fc(x.float())
 
 
 def base_name(name):
@@ -87,8 +109,8 @@ def export(network):
         x = n.upper_rows("upper", x, d.rows)
 
     def unit(name, x):
-        convolution, norm = network.units[name]
-        weight, bias = networks.fold(convolution, norm)
+        convolution = network.units[name][0]
+        weight, bias = networks.fold(*network.units[name])
         return n.conv(name, x, weight, bias, convolution.stride[0], convolution.padding[0], convolution.groups)
 
     for kind, name in network.order:
