@@ -6,9 +6,9 @@ namespace veldan::cli {
 /** @name Defaults of the commands, in percent as the library's own searches take them */
 ///@{
 /** Similarity from which two bare faces count as one person: 1 in 1000 pairs of different people reach it. */
-inline constexpr int recognitionThreshold = 72;
+inline constexpr int recognitionThreshold = 71;
 /** The same for faces with masks. */
-inline constexpr int maskedRecognitionThreshold = 79;
+inline constexpr int maskedRecognitionThreshold = 77;
 /** Quality that a photo needs to be enrolled. */
 inline constexpr int enrolmentQuality = 40;
 ///@}

@@ -39,6 +39,20 @@ class NetWriter:
     def upper_rows(self, name, x, rows):
         return self._layer(name, "Slice", [x], [name, f"{name}_rest"], f"slice_param {{ axis: 2 slice_point: {rows} }}")
 
+    def mirrored(self, name, x, columns):
+        """The picture's columns in reverse order, written as a product with a matrix: the format has no layer for it."""
+        return self._layer(name, "InnerProduct", [x], parameters=f"inner_product_param {{ num_output: {columns} axis: 3 bias_term: false }}",
+                           weights=[np.eye(columns)[::-1]])
+
+    def batch(self, name, x, y):
+        """Both as one batch of two."""
+        return self._layer(name, "Concat", [x, y], parameters="concat_param { axis: 0 }")
+
+    def mean_of_batch(self, name, x):
+        self._layer(f"{name}_parts", "Slice", [x], [f"{name}_first", f"{name}_second"], "slice_param { axis: 0 slice_point: 1 }")
+        return self._layer(name, "Eltwise", [f"{name}_first", f"{name}_second"],
+                           parameters="eltwise_param { operation: SUM coeff: 0.5 coeff: 0.5 }")
+
     def conv(self, name, x, weight, bias, stride, pad, groups):
         h, w = weight.shape[2:]
         return self._layer(name, "Convolution", [x], parameters=f"convolution_param {{ num_output: {weight.shape[0]} kernel_h: {h} kernel_w: {w} "

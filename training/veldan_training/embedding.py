@@ -17,17 +17,18 @@ PAINTED_FROM = 56
 
 
 class Definition:
-    """stages: (channels, residual blocks), each stage halves the size first. rows: how many of the crop's rows are looked at."""
+    """stages: (channels, residual blocks), each stage halves the size first. rows: how many of the crop's rows are looked at.
+    mirrored: in use, the answer is the mean over the crop and its mirror image; training sees either alone."""
 
-    def __init__(self, name, version, output, rows=CROP, stem=16, stages=((48, 1), (96, 1), (128, 2)), wide=256):
-        self.name, self.version, self.output, self.rows = name, version, output, rows
+    def __init__(self, name, version, output, rows=CROP, stem=16, stages=((48, 1), (96, 1), (128, 2)), wide=256, mirrored=False):
+        self.name, self.version, self.output, self.rows, self.mirrored = name, version, output, rows, mirrored
         self.stem, self.stages, self.wide = stem, stages, wide
 
 
 DEFINITIONS = {
     "FaceRecog": Definition("FaceRecog", "5_0_0", "fc1_scale"),
-    # The painted half says nothing: it is cut off first, and all the work goes into the other half.
-    "FaceMaskRecog": Definition("FaceMaskRecog", "5_2_0", "pre_fc1", rows=PAINTED_FROM, wide=192),
+    # The painted half says nothing: it is cut off first, and the work goes twice into the other half.
+    "FaceMaskRecog": Definition("FaceMaskRecog", "5_2_0", "pre_fc1", rows=PAINTED_FROM, wide=192, mirrored=True),
 }
 
 
@@ -83,7 +84,9 @@ class Network(nn.Module):
         return self.units["pool"][1](x[:, :, None, None]).flatten(1)
 
     def forward(self, x):
-        x = x[:, :, :self.definition.rows].contiguous(memory_format=torch.channels_last)
+        x = x[:, :, :self.definition.rows]
+        both = self.definition.mirrored and not self.training
+        x = (torch.cat([x, x.flip(3)]) if both else x).contiguous(memory_format=torch.channels_last)
         with torch.autocast("cpu", dtype=torch.bfloat16, enabled=self.bfloat16 and self.training):
             for kind, name in self.order:
                 if kind == "conv":
@@ -92,7 +95,7 @@ class Network(nn.Module):
                     inner = self.units[f"{name}b"](torch.relu_(self.units[f"{name}a"](x)))
                     x = torch.relu_(inner + x)
             x = self._pool(x)
-        return self.fc(x.float())
+        return self.fc(torch.stack(x.chunk(2)).mean(0) if both else x.float())
 
 
 def base_name(name):
@@ -107,6 +110,8 @@ def export(network):
     x = n.input("data", (1, 3, CROP, CROP))
     if d.rows < CROP:
         x = n.upper_rows("upper", x, d.rows)
+    if d.mirrored:
+        x = n.batch("both", x, n.mirrored("mirror", x, CROP))
 
     def unit(name, x):
         convolution = network.units[name][0]
@@ -119,7 +124,10 @@ def export(network):
         else:
             inner = unit(f"{name}b", n.relu(f"{name}a_relu", unit(f"{name}a", x)))
             x = n.relu(f"{name}_relu", n.add(f"{name}_sum", inner, x))
-    n.dense(d.output, unit("pool", x), network.fc.weight.detach().numpy(), network.fc.bias.detach().numpy())
+    x = unit("pool", x)
+    if d.mirrored:
+        x = n.mean_of_batch("mean", x)
+    n.dense(d.output, x, network.fc.weight.detach().numpy(), network.fc.bias.detach().numpy())
     return n.weights(), n.text()
 
 
