@@ -14,9 +14,9 @@
 
 namespace {
 
-constexpr int bareKind = 1;
-constexpr int maskedKind = 2;
-constexpr int templateHead = 8;
+using veldan::bareKind;
+using veldan::maskedKind;
+
 constexpr int floatBytes = 4;
 
 // Accepted at once, whatever threshold the caller asked for.
@@ -56,7 +56,7 @@ int extractMasked(VdFaceAPI& api, bool fivePoints, unsigned char* image, int wid
 } // namespace
 
 int VdFaceAPI::vdGetFeatureSize() {
-    return faceRecognizer != nullptr ? faceRecognizer->mfFeatureSize() * floatBytes + templateHead : 0;
+    return faceRecognizer != nullptr ? faceRecognizer->mfFeatureSize() * floatBytes + veldan::templateHeadLength : 0;
 }
 
 int VdFaceAPI::vdExtractFeature(unsigned char* image, int width, int height, int faceNum, VDFACEINFOEX* faces,

@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr int bareKind = 1;
-constexpr int maskedKind = 2;
+using veldan::bareKind;
+using veldan::maskedKind;
 
 // From this maskScore on a face counts as masked.
 constexpr int maskedFrom = 41;

@@ -1,3 +1,5 @@
+#include "recog/template_layout.hpp"
+
 #include <veldan/feature_template.hpp>
 
 #include <algorithm>
@@ -5,10 +7,10 @@
 
 namespace {
 
-constexpr int tagLength = 7;
-constexpr int sumPosition = 7;
-constexpr int headLength = 8;
-constexpr int bareKind = 1;
+using veldan::bareKind;
+constexpr int tagLength = veldan::templateTagLength;
+constexpr int headLength = veldan::templateHeadLength;
+constexpr int sumPosition = tagLength;
 
 constexpr int damaged = -1;
 constexpr int otherKind = -2;

@@ -1,6 +1,8 @@
 #ifndef VELDAN_RECOG_FEATURE_EXTRACTION_HPP
 #define VELDAN_RECOG_FEATURE_EXTRACTION_HPP
 
+#include "recog/template_layout.hpp"
+
 #include <veldan/face_record.h>
 
 #include <opencv2/core.hpp>
@@ -12,8 +14,6 @@
 namespace veldan {
 
 // What both recognizers do with each face: align it into a crop, ask the network, write 128 floats.
-
-constexpr int featureLength = 128;
 
 // How a recognizer makes its crop of 112 x 112: returns 0, or the code that the extraction then ends with. The crop is
 // black when it is called.

@@ -19,9 +19,6 @@ namespace veldan {
 
 namespace {
 
-constexpr int headLength = templateSize - static_cast<int>(sizeof(float)) * featureLength;
-constexpr int tagLength = 7;
-
 // Sums that the compiler can keep in vectors of any size.
 constexpr int lanes = 16;
 
@@ -34,7 +31,7 @@ bool isIntact(const unsigned char* entry, const GalleryProbe& probe) {
     }
     for (const int half : {32, 16, 8})
         sum ^= sum >> half;
-    return (sum & 0xFFU) == 0 && std::memcmp(entry, probe.tag, tagLength) == 0;
+    return (sum & 0xFFU) == 0 && std::memcmp(entry, probe.tag, templateTagLength) == 0;
 }
 
 float sumOf(float* sums) {
@@ -54,7 +51,7 @@ void scorePortably(const unsigned char* templates, int count, const GalleryProbe
     for (int k = 0; k < count; ++k) {
         const unsigned char* const entry = templates + static_cast<std::ptrdiff_t>(k) * templateSize;
         float feature[featureLength];
-        std::memcpy(feature, entry + headLength, sizeof feature);
+        std::memcpy(feature, entry + templateHeadLength, sizeof feature);
         float dots[lanes] = {};
         float norms[lanes] = {};
         for (int j = 0; j < featureLength; j += lanes) {

@@ -1,7 +1,7 @@
 #ifndef VELDAN_RECOG_GALLERY_KERNELS_HPP
 #define VELDAN_RECOG_GALLERY_KERNELS_HPP
 
-#include "recog/feature_extraction.hpp"
+#include "recog/template_layout.hpp"
 
 #include <cstdint>
 #include <vector>

@@ -35,15 +35,13 @@ namespace {
 // Templates whose sums are brought together at a time, so that adding up across a vector is shared between them.
 constexpr int group = 8;
 
-constexpr int headLength = 8;
-constexpr int tagLength = 7;
 constexpr std::uint64_t tagMask = 0x00FFFFFFFFFFFFFF; // in the first eight bytes
 constexpr std::ptrdiff_t size = templateSize;
 
 std::uint64_t otherTags(const unsigned char* entry, const unsigned char* tag) {
     std::uint64_t bits = 0;
     for (int i = 0; i < group; ++i)
-        bits |= std::uint64_t{std::memcmp(entry + i * size, tag, tagLength) != 0} << i;
+        bits |= std::uint64_t{std::memcmp(entry + i * size, tag, templateTagLength) != 0} << i;
     return bits;
 }
 
@@ -123,45 +121,63 @@ VELDAN_AVX512 __m512i xorWithinLanes(__m512i a, __m512i b) {
     return _mm512_xor_si512(_mm512_unpacklo_epi64(a, b), _mm512_unpackhi_epi64(a, b));
 }
 
+VELDAN_AVX512 __m512i percents512Of(__m512 scores) {
+    const __m512 positive = _mm512_max_ps(scores, _mm512_setzero_ps());
+    return _mm512_cvttps_epi32(_mm512_mul_ps(_mm512_set1_ps(100), positive));
+}
+
+// As scoreProducts, of twice as many at a time.
+VELDAN_AVX512 void scoreProducts512(const Products& products, int count, float toBeat, GalleryScores& scores) {
+    const __m512 error = _mm512_set1_ps(galleryScoreError);
+    std::uint64_t open = 0;
+    std::uint64_t contending = 0;
+    std::uint64_t safe = 0;
+    for (int done = 0; done < count; done += 16) {
+        const int first = std::min(done, count - 16);
+        const __m512 norm = _mm512_loadu_ps(products.norm + first);
+        const __m512 cosine = _mm512_div_ps(_mm512_loadu_ps(products.dot + first), _mm512_sqrt_ps(norm));
+        const __m512 score = _mm512_add_ps(_mm512_set1_ps(0.5F), cosine);
+        const __m512 most = _mm512_add_ps(score, error);
+        const __m512i lower = percents512Of(_mm512_sub_ps(score, error));
+        const __m512i upper = percents512Of(most);
+        _mm512_storeu_ps(scores.score + first, score);
+        _mm512_storeu_si512(scores.lower + first, lower);
+        _mm512_storeu_si512(scores.upper + first, upper);
+        open |= std::uint64_t{_mm512_cmpneq_epi32_mask(lower, upper)} << first;
+        contending |= std::uint64_t{_mm512_cmp_ps_mask(most, _mm512_set1_ps(toBeat), _CMP_GT_OQ)} << first;
+        safe |= std::uint64_t{_mm512_mask_cmp_ps_mask(
+                    _mm512_cmp_ps_mask(norm, _mm512_set1_ps(leastSquaredNorm), _CMP_GE_OQ), norm,
+                    _mm512_set1_ps(mostSquaredNorm), _CMP_LE_OQ)}
+                << first;
+    }
+    scores.open = open;
+    scores.contending = contending;
+    scores.unsafe = safe ^ (~std::uint64_t{0} >> (galleryBlock - count));
+}
+
 struct Sums512 {
     __m512 values; // lanes: two of the dot product, two of the squared norm
-    __m512i bytes; // exclusive or
+    __m512i bytes; // exclusive or of the feature
 };
 
-// tags: gathers the bits in which the first bytes differ from the tag.
-VELDAN_AVX512 inline __attribute__((always_inline)) Sums512 sumsOf(const unsigned char* entry, const __m512* probe,
-                                                                   __m128i tag, __m128i& tags) {
-    const __m128i head = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(entry));
-    tags = _mm_ternarylogic_epi64(tags, head, tag, 0xF6);
-    const unsigned char* const feature = entry + headLength;
+// One chain of sums each: several templates are under way at a time, so waiting costs nothing, but bringing two chains
+// together would.
+VELDAN_AVX512 inline __attribute__((always_inline)) Sums512 sumsOf(const unsigned char* entry, const __m512* probe) {
+    const unsigned char* const feature = entry + templateHeadLength;
     const __m512 v0 = load16(feature, 0);
     const __m512 v1 = load16(feature, 1);
-    const __m512 v2 = load16(feature, 2);
-    const __m512 v3 = load16(feature, 3);
-    const __m512 v4 = load16(feature, 4);
-    const __m512 v5 = load16(feature, 5);
-    const __m512 v6 = load16(feature, 6);
-    const __m512 v7 = load16(feature, 7);
-    const __m512i bytes = xor3(xor3(_mm512_zextsi128_si512(head), _mm512_castps_si512(v0), _mm512_castps_si512(v1)),
-                               xor3(_mm512_castps_si512(v2), _mm512_castps_si512(v3), _mm512_castps_si512(v4)),
-                               xor3(_mm512_castps_si512(v5), _mm512_castps_si512(v6), _mm512_castps_si512(v7)));
-    __m512 dotA = _mm512_mul_ps(v0, probe[0]);
-    __m512 dotB = _mm512_mul_ps(v1, probe[1]);
-    __m512 normA = _mm512_mul_ps(v0, v0);
-    __m512 normB = _mm512_mul_ps(v1, v1);
-    dotA = _mm512_fmadd_ps(v2, probe[2], dotA);
-    dotB = _mm512_fmadd_ps(v3, probe[3], dotB);
-    normA = _mm512_fmadd_ps(v2, v2, normA);
-    normB = _mm512_fmadd_ps(v3, v3, normB);
-    dotA = _mm512_fmadd_ps(v4, probe[4], dotA);
-    dotB = _mm512_fmadd_ps(v5, probe[5], dotB);
-    normA = _mm512_fmadd_ps(v4, v4, normA);
-    normB = _mm512_fmadd_ps(v5, v5, normB);
-    dotA = _mm512_fmadd_ps(v6, probe[6], dotA);
-    dotB = _mm512_fmadd_ps(v7, probe[7], dotB);
-    normA = _mm512_fmadd_ps(v6, v6, normA);
-    normB = _mm512_fmadd_ps(v7, v7, normB);
-    return {addLanes(_mm512_add_ps(dotA, dotB), _mm512_add_ps(normA, normB)), bytes};
+    __m512i bytes = _mm512_xor_si512(_mm512_castps_si512(v0), _mm512_castps_si512(v1));
+    __m512 dot = _mm512_fmadd_ps(v1, probe[1], _mm512_mul_ps(v0, probe[0]));
+    __m512 norm = _mm512_fmadd_ps(v1, v1, _mm512_mul_ps(v0, v0));
+#pragma GCC unroll 3
+    for (int i = 2; i < 8; i += 2) {
+        const __m512 even = load16(feature, i);
+        const __m512 odd = load16(feature, i + 1);
+        bytes = xor3(bytes, _mm512_castps_si512(even), _mm512_castps_si512(odd));
+        dot = _mm512_fmadd_ps(odd, probe[i + 1], _mm512_fmadd_ps(even, probe[i], dot));
+        norm = _mm512_fmadd_ps(odd, odd, _mm512_fmadd_ps(even, even, norm));
+    }
+    return {addLanes(dot, norm), bytes};
 }
 
 VELDAN_AVX512 void scoreAvx512(const unsigned char* templates, int count, const GalleryProbe& probe, float toBeat,
@@ -174,28 +190,31 @@ VELDAN_AVX512 void scoreAvx512(const unsigned char* templates, int count, const 
     for (int i = 0; i < 8; ++i)
         direction[i] = _mm512_load_ps(probe.halfDirection + static_cast<std::ptrdiff_t>(i) * 16);
     const __m512i order = _mm512_setr_epi32(0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15);
-    const __m128i tag = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(probe.tag));
+    const __m512i starts = _mm512_setr_epi64(0, size, 2 * size, 3 * size, 4 * size, 5 * size, 6 * size, 7 * size);
+    std::int64_t tagBits;
+    std::memcpy(&tagBits, probe.tag, sizeof tagBits);
+    const __m512i tag = _mm512_set1_epi64(tagBits);
     Products products;
     std::uint64_t refused = 0;
     for (int done = 0; done < count; done += group) {
         const int first = std::min(done, count - group);
         const unsigned char* const entry = templates + first * size;
-        __m128i tags = _mm_setzero_si128();
+        const __m512i heads = _mm512_i64gather_epi64(starts, entry, 1);
         // One after the other, as they lie in memory: any other order takes the processor's prefetching in.
-        const Sums512 s0 = sumsOf(entry, direction, tag, tags);
-        const Sums512 s1 = sumsOf(entry + size, direction, tag, tags);
+        const Sums512 s0 = sumsOf(entry, direction);
+        const Sums512 s1 = sumsOf(entry + size, direction);
         const __m512 v01 = addLanes(s0.values, s1.values);
         const __m512i b01 = xorWithinLanes(s0.bytes, s1.bytes);
-        const Sums512 s2 = sumsOf(entry + 2 * size, direction, tag, tags);
-        const Sums512 s3 = sumsOf(entry + 3 * size, direction, tag, tags);
+        const Sums512 s2 = sumsOf(entry + 2 * size, direction);
+        const Sums512 s3 = sumsOf(entry + 3 * size, direction);
         const __m512 v0123 = addWithinLanes(v01, addLanes(s2.values, s3.values));
         const __m512i b0123 = xorLanes(b01, xorWithinLanes(s2.bytes, s3.bytes));
-        const Sums512 s4 = sumsOf(entry + 4 * size, direction, tag, tags);
-        const Sums512 s5 = sumsOf(entry + 5 * size, direction, tag, tags);
+        const Sums512 s4 = sumsOf(entry + 4 * size, direction);
+        const Sums512 s5 = sumsOf(entry + 5 * size, direction);
         const __m512 v45 = addLanes(s4.values, s5.values);
         const __m512i b45 = xorWithinLanes(s4.bytes, s5.bytes);
-        const Sums512 s6 = sumsOf(entry + 6 * size, direction, tag, tags);
-        const Sums512 s7 = sumsOf(entry + 7 * size, direction, tag, tags);
+        const Sums512 s6 = sumsOf(entry + 6 * size, direction);
+        const Sums512 s7 = sumsOf(entry + 7 * size, direction);
         const __m512 v4567 = addWithinLanes(v45, addLanes(s6.values, s7.values));
         const __m512i b4567 = xorLanes(b45, xorWithinLanes(s6.bytes, s7.bytes));
         // Lanes: dot products of the even templates, their squared norms, both of the odd ones.
@@ -203,15 +222,19 @@ VELDAN_AVX512 void scoreAvx512(const unsigned char* templates, int count, const 
         const __m512 packed = _mm512_permutexvar_ps(order, lanes);
         _mm256_storeu_ps(products.dot + first, _mm512_castps512_ps256(packed));
         _mm256_storeu_ps(products.norm + first, _mm512_extractf32x8_ps(packed, 1));
-        __m512i sum = xorLanes(b0123, b4567);
+        __m512i sum = _mm512_xor_si512(heads, xorLanes(b0123, b4567));
         sum = _mm512_xor_si512(sum, _mm512_srli_epi64(sum, 32));
         sum = _mm512_xor_si512(sum, _mm512_srli_epi64(sum, 16));
         sum = _mm512_xor_si512(sum, _mm512_srli_epi64(sum, 8));
-        refused |= std::uint64_t{_mm512_test_epi64_mask(sum, _mm512_set1_epi64(0xFF))} << first;
-        if ((static_cast<std::uint64_t>(_mm_cvtsi128_si64(tags)) & tagMask) != 0)
-            refused |= otherTags(entry, probe.tag) << first;
+        // Damaged, or of the other kind.
+        refused |= std::uint64_t(_mm512_test_epi64_mask(sum, _mm512_set1_epi64(0xFF)) |
+                                 _mm512_test_epi64_mask(_mm512_xor_si512(heads, tag), _mm512_set1_epi64(tagMask)))
+                   << first;
     }
-    scoreProducts(products, count, toBeat, scores);
+    if (count >= 16)
+        scoreProducts512(products, count, toBeat, scores);
+    else
+        scoreProducts(products, count, toBeat, scores);
     scores.refused = refused;
 }
 
@@ -231,7 +254,7 @@ VELDAN_AVX2 inline __attribute__((always_inline)) Sums256 sumsOf(const unsigned 
                                                                  __m128i tag, __m128i& tags) {
     const __m128i head = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(entry));
     tags = _mm_or_si128(tags, _mm_xor_si128(head, tag));
-    const unsigned char* const feature = entry + headLength;
+    const unsigned char* const feature = entry + templateHeadLength;
     __m256 dot[2];
     __m256 norm[2];
     __m256 bytes = _mm256_castsi256_ps(_mm256_zextsi128_si256(head));

@@ -1,7 +1,7 @@
 #include "models/truncation.hpp"
-#include "recog/feature_extraction.hpp"
 #include "recog/gallery_search.hpp"
 #include "recog/similarity.hpp"
+#include "recog/template_layout.hpp"
 
 #include <veldan/feature_template.hpp>
 

@@ -1,9 +1,9 @@
 #include "recog/gallery_search.hpp"
 
 #include "models/truncation.hpp"
-#include "recog/feature_extraction.hpp"
 #include "recog/gallery_kernels.hpp"
 #include "recog/similarity.hpp"
+#include "recog/template_layout.hpp"
 
 #include <veldan/feature_template.hpp>
 

@@ -1,14 +1,13 @@
 #ifndef VELDAN_RECOG_GALLERY_SEARCH_HPP
 #define VELDAN_RECOG_GALLERY_SEARCH_HPP
 
+#include "recog/template_layout.hpp"
+
 #include <cstdint>
 
 namespace veldan {
 
 struct GalleryKernel;
-
-// Bytes of a template of either kind.
-constexpr int templateSize = 520;
 
 // What comparing a probe with every template of a gallery gives.
 struct GalleryMatch {

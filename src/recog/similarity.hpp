@@ -1,7 +1,7 @@
 #ifndef VELDAN_RECOG_SIMILARITY_HPP
 #define VELDAN_RECOG_SIMILARITY_HPP
 
-#include "recog/feature_extraction.hpp"
+#include "recog/template_layout.hpp"
 
 #include <cmath>
 

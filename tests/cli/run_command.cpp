@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
-#include <spawn.h>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,12 +19,8 @@ std::string readText(const std::filesystem::path& path) {
 
 } // namespace
 
-CommandResult runProgram(const std::string& program, const std::vector<std::string>& arguments,
-                         const std::string& standardInput, const std::string& standardOutput) {
-    const ScratchFolder folder;
-    const std::string output = standardOutput.empty() ? (folder / "output").string() : standardOutput;
-    const std::string errors = (folder / "errors").string();
-
+std::optional<pid_t> spawnProgram(const std::string& program, const std::vector<std::string>& arguments,
+                                  posix_spawn_file_actions_t& actions) {
     std::vector<std::string> words = {program};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> pointers;
@@ -34,19 +29,29 @@ CommandResult runProgram(const std::string& program, const std::vector<std::stri
         pointers.push_back(word.data());
     pointers.push_back(nullptr);
 
+    pid_t process = 0;
+    const int failure = posix_spawn(&process, pointers[0], &actions, nullptr, pointers.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    return failure == 0 ? std::optional(process) : std::nullopt;
+}
+
+CommandResult runProgram(const std::string& program, const std::vector<std::string>& arguments,
+                         const std::string& standardInput, const std::string& standardOutput) {
+    const ScratchFolder folder;
+    const std::string output = standardOutput.empty() ? (folder / "output").string() : standardOutput;
+    const std::string errors = (folder / "errors").string();
+
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, standardInput.c_str(), O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    pid_t process = 0;
-    const int failure = posix_spawn(&process, pointers[0], &actions, nullptr, pointers.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (failure != 0)
+    const std::optional<pid_t> process = spawnProgram(program, arguments, actions);
+    if (!process)
         throw std::runtime_error("cannot start " + program);
 
     int status = 0;
-    waitpid(process, &status, 0);
+    waitpid(*process, &status, 0);
     CommandResult result;
     if (WIFEXITED(status))
         result.exitCode = WEXITSTATUS(status);

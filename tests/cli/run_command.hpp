@@ -2,7 +2,10 @@
 #define VELDAN_TESTS_CLI_RUN_COMMAND_HPP
 
 #include <filesystem>
+#include <optional>
+#include <spawn.h>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 struct CommandResult {
@@ -14,6 +17,11 @@ struct CommandResult {
 /** Runs a program, without a shell in between. */
 CommandResult runProgram(const std::string& program, const std::vector<std::string>& arguments,
                          const std::string& standardInput = "/dev/null", const std::string& standardOutput = "");
+
+/** Starts a program with the files that the actions open, and destroys the actions. @return nothing when it cannot
+ * start */
+std::optional<pid_t> spawnProgram(const std::string& program, const std::vector<std::string>& arguments,
+                                  posix_spawn_file_actions_t& actions);
 
 /** A folder of its own for one test, removed afterwards. */
 class ScratchFolder {

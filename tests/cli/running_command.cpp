@@ -1,5 +1,7 @@
 #include "running_command.hpp"
 
+#include "run_command.hpp"
+
 #include <array>
 #include <csignal>
 #include <fcntl.h>
@@ -8,32 +10,23 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-extern char** environ;
-
 RunningCommand::RunningCommand(const std::string& program, const std::vector<std::string>& arguments) {
     std::array<int, 2> pipe{};
     if (::pipe2(pipe.data(), O_CLOEXEC) != 0)
         throw std::runtime_error("cannot create a pipe");
     output_ = pipe[0];
-    std::vector<std::string> words = {program};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> pointers;
-    pointers.reserve(words.size() + 1);
-    for (std::string& word : words)
-        pointers.push_back(word.data());
-    pointers.push_back(nullptr);
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, pipe[1], STDOUT_FILENO);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    const int failure = posix_spawn(&process_, pointers[0], &actions, nullptr, pointers.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
+    const std::optional<pid_t> process = spawnProgram(program, arguments, actions);
     ::close(pipe[1]);
-    if (failure != 0) {
+    if (!process) {
         ::close(output_);
         throw std::runtime_error("cannot start " + program);
     }
+    process_ = *process;
 }
 
 RunningCommand::~RunningCommand() {

@@ -22,7 +22,9 @@
 namespace {
 
 using testing::ElementsAre;
+using veldan::bareKind;
 using veldan::GalleryMatch;
+using veldan::maskedKind;
 using veldan_tests::append;
 using veldan_tests::Bytes;
 using veldan_tests::encode;
@@ -30,8 +32,6 @@ using veldan_tests::Feature;
 using veldan_tests::randomFeature;
 using veldan_tests::similarTo;
 
-constexpr int bareKind = 1;
-constexpr int maskedKind = 2;
 constexpr std::ptrdiff_t size = veldan::templateSize;
 
 Feature plane(float x, float y) {
