@@ -196,6 +196,7 @@ def train(args, network):
         network.fold()
         args.start = None
     run = running.Run(args, network, steps=args.steps or 40_000, rate=args.rate or 2e-3)
+    begun = run.step
     loader = torch.utils.data.DataLoader(Crops(aligned, masked, args.seed + run.step), batch_size=BATCH // REUSE, num_workers=args.workers)
     pool = Pool(POOL, np.random.default_rng([args.seed, run.step, 1]))
     crops = iter(loader)
@@ -209,8 +210,9 @@ def train(args, network):
         loss, distance = loss_of(network(to_input(drawn)), torch.from_numpy(wanted), torch.from_numpy(pool.bank(BANK)))
         schedule.descend(loss, distance=distance)
     run.finish()
-    centre(aligned, network)
-    run.save()
+    if run.step > begun:
+        centre(aligned, network)
+        run.save()
 
 
 @torch.no_grad()
