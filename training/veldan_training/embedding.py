@@ -37,6 +37,10 @@ def _unit(inputs, outputs, kernel, stride=1, groups=1):
     return nn.Sequential(nn.Conv2d(inputs, outputs, kernel, stride, pad, groups=groups, bias=False), nn.BatchNorm2d(outputs))
 
 
+def is_folded(state):
+    return "units.conv1.0.bias" in state
+
+
 class Network(nn.Module):
     """Input: n x 3 x 112 x 112, (pixel - 127.5) / 128, red, green, blue. Output: n x 128, not normalised."""
 
@@ -70,7 +74,7 @@ class Network(nn.Module):
                 self.units[name] = unit[:1]
 
     def load_state_dict(self, state, strict=True):
-        if "units.conv1.0.bias" in state:
+        if is_folded(state):
             self.fold()
         return super().load_state_dict(state, strict)
 

@@ -6,6 +6,14 @@ import time
 import torch
 
 
+def take_fitting(network, start):
+    """Another network's checkpoint gives the layers that both have."""
+    own, given = network.state_dict(), torch.load(start)["network"]
+    fitting = {k: v for k, v in given.items() if k in own and own[k].shape == v.shape}
+    network.load_state_dict(fitting, strict=False)
+    print(f"starts from {len(fitting)} of {len(own)} weights in {start}", flush=True)
+
+
 class Run:
     """AdamW with a warm-up and a cosine schedule over a fixed number of steps; state in WORK/NAME.checkpoint."""
 
@@ -19,11 +27,7 @@ class Run:
                                             {"params": other, "weight_decay": 0.0}], lr=rate)
         self.step, self.means, self.saved = 0, {}, time.time()
         if args.start and not os.path.exists(self.path):
-            # Another network's checkpoint gives the layers that both have.
-            own, given = network.state_dict(), torch.load(args.start)["network"]
-            fitting = {k: v for k, v in given.items() if k in own and own[k].shape == v.shape}
-            network.load_state_dict(fitting, strict=False)
-            print(f"starts from {len(fitting)} of {len(own)} weights in {args.start}", flush=True)
+            take_fitting(network, args.start)
         if os.path.exists(self.path) and not args.fresh:
             state = torch.load(self.path)
             network.load_state_dict(state["network"])

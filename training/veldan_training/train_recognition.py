@@ -192,9 +192,11 @@ def train(args, network):
     print(f"{len(aligned.images)} aligned faces", flush=True)
     teacher = Teacher(args.data, args.single)
     if args.start:
-        network.load_state_dict(torch.load(args.start)["network"])
+        if embedding.is_folded(torch.load(args.start)["network"]):
+            network.fold()
+        running.take_fitting(network, args.start)
         network.fold()
-        args.start = None
+        args.start = None  # the run must not take the weights once more, from before they were folded
     run = running.Run(args, network, steps=args.steps or 40_000, rate=args.rate or 2e-3)
     begun = run.step
     loader = torch.utils.data.DataLoader(Crops(aligned, masked, args.seed + run.step), batch_size=BATCH // REUSE, num_workers=args.workers)
