@@ -78,9 +78,10 @@ def from_photos(data, split="train", subset="fit", packs=PEOPLE, least=14):
     return out
 
 
-def from_face_packs(data, packs=FACE_PACKS, development=False):
-    """The aligned faces, 128 x 128 with 8 pixels around the crop. The teacher's points there follow the same correction."""
-    correction, out = refinement.Correction(data), []
+def aligned_faces(data, packs, development=False):
+    """(pack, identity or "", Face) of the aligned faces, 128 x 128 with 8 pixels around the crop. The teacher's points there
+    follow the same correction."""
+    correction = refinement.Correction(data)
     for pack in packs:
         with zipfile.ZipFile(f"{data}/faces/{pack}.zip") as z, open(f"{data}/faces/{pack}.csv", newline="") as f:
             members = {n.split("/")[-1]: n for n in z.namelist()}
@@ -90,8 +91,11 @@ def from_face_packs(data, packs=FACE_PACKS, development=False):
                 points = np.array([float(v) for v in r[2:12]])
                 image = cv2.imdecode(np.frombuffer(z.read(members[r[0]]), np.uint8), cv2.IMREAD_COLOR)
                 box = photos.box_of_points(points)
-                out.append(Face("faces", r[0], image, box, correction(points, box).reshape(5, 2), False, BARE))
-    return out
+                yield pack, r[1], Face("faces", r[0], image, box, correction(points, box).reshape(5, 2), False, BARE)
+
+
+def from_face_packs(data, packs=FACE_PACKS, development=False):
+    return [face for _, _, face in aligned_faces(data, packs, development)]
 
 
 def similarity(points, target):

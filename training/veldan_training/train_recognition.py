@@ -3,14 +3,11 @@
 Every new crop is shown to the teacher as it is changed; then it stays in a pool and is used about REUSE times with further small
 changes that must not move the answer. So most of the time goes into the student, and it still never sees few fixed variants.
 """
-import csv
-import zipfile
-
 import cv2
 import numpy as np
 import torch
 
-from . import augment, embedding, faces, photos, refinement, running
+from . import augment, embedding, faces, running
 from .teacher import Teacher
 
 PACKS = ("utk", "pins", "celeba", "net", "helen", "nomask")
@@ -53,17 +50,9 @@ def _library_crop(points):
 
 
 def load(data, development=False):
-    aligned, correction, side = Aligned(), refinement.Correction(data), embedding.CROP + 2 * AROUND
-    for pack in PACKS:
-        with zipfile.ZipFile(f"{data}/faces/{pack}.zip") as z, open(f"{data}/faces/{pack}.csv", newline="") as f:
-            members = {n.split("/")[-1]: n for n in z.namelist()}
-            for r in csv.reader(f):
-                if not r or r[0] not in members or photos.is_development(r[0]) != development:
-                    continue
-                image = cv2.imdecode(np.frombuffer(z.read(members[r[0]]), np.uint8), cv2.IMREAD_COLOR)[..., ::-1]
-                points = np.array([float(v) for v in r[2:12]])
-                points = correction(points, photos.box_of_points(points)).reshape(5, 2)
-                aligned.add(image, f"{pack} {r[1]}" if r[1] else "", _library_crop(points))
+    aligned, side = Aligned(), embedding.CROP + 2 * AROUND
+    for pack, identity, face in faces.aligned_faces(data, PACKS, development):
+        aligned.add(face.image[..., ::-1], f"{pack} {identity}" if identity else "", _library_crop(face.points))
     if not development:
         for face in faces.from_photos(data, packs=PHOTO_PACKS, least=40):
             if face.mask == faces.BARE and face.has_points:
