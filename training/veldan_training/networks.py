@@ -128,10 +128,8 @@ class Network(nn.Module):
         return [self.heads[head](x) for head, _, _ in self.definition.heads]
 
 
-def fold(linear, norm=None):
-    """Batch normalisation folded into the weights in front of it, unless that was done before."""
-    if norm is None:
-        return linear.weight.detach().numpy(), linear.bias.detach().numpy()
+def fold(linear, norm):
+    """Batch normalisation folded into the weights in front of it."""
     w = linear.weight.detach().double()
     scale = norm.weight.detach().double() / torch.sqrt(norm.running_var.double() + norm.eps)
     folded = w * scale.view(-1, *[1] * (w.dim() - 1))

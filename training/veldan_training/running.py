@@ -4,6 +4,7 @@ import os
 import time
 
 import torch
+import torch.distributed
 
 
 def take_fitting(network, start):
@@ -14,11 +15,29 @@ def take_fitting(network, start):
     print(f"starts from {len(fitting)} of {len(own)} weights in {start}", flush=True)
 
 
+def join():
+    """(this process's number, how many train the same network together): see train.py's --processes."""
+    if "WORLD_SIZE" not in os.environ:
+        return 0, 1
+    if not torch.distributed.is_initialized():
+        torch.distributed.init_process_group("gloo")
+    return torch.distributed.get_rank(), torch.distributed.get_world_size()
+
+
+def _share_gradients(parameters, processes):
+    parameters = [p for p in parameters if p.grad is not None]
+    flat = torch.cat([p.grad.flatten() for p in parameters])
+    torch.distributed.all_reduce(flat)
+    for p, mean in zip(parameters, (flat / processes).split([p.numel() for p in parameters])):
+        p.grad.copy_(mean.view_as(p))
+
+
 class Run:
     """AdamW with a warm-up and a cosine schedule over a fixed number of steps; state in WORK/NAME.checkpoint."""
 
     def __init__(self, args, network, steps, rate, weight_decay=1e-4, name=None):
         self.network, self.steps, self.rate = network, steps, rate
+        self.process, self.processes = join()
         os.makedirs(args.work, exist_ok=True)
         self.path = os.path.join(args.work, f"{name or args.network}.checkpoint")
         decay = [p for p in network.parameters() if p.dim() > 1]
@@ -47,7 +66,7 @@ class Run:
                 group["lr"] = rate
             yield batch, self
             self.step += 1
-            if self.step % 200 == 0:
+            if self.step % 200 == 0 and self.process == 0:
                 text = "  ".join(f"{k} {v:.4f}" for k, v in self.means.items())
                 pace = (self.step - first) / (time.time() - started)
                 print(f"step {self.step}/{self.steps}  {text}  {pace:.1f} steps/s", flush=True)
@@ -57,6 +76,8 @@ class Run:
     def descend(self, loss, **shown):
         self.optimizer.zero_grad(set_to_none=True)
         loss.backward()
+        if self.processes > 1:
+            _share_gradients(self.network.parameters(), self.processes)
         torch.nn.utils.clip_grad_norm_(self.network.parameters(), 5.0)
         self.optimizer.step()
         for k, v in shown.items():
@@ -64,10 +85,12 @@ class Run:
             self.means[k] = v if k not in self.means else 0.99 * self.means[k] + 0.01 * v
 
     def save(self):
+        self.saved = time.time()
+        if self.process > 0:
+            return
         torch.save({"network": self.network.state_dict(), "optimizer": self.optimizer.state_dict(), "step": self.step},
                    self.path + ".part")
         os.replace(self.path + ".part", self.path)
-        self.saved = time.time()
 
     def finish(self):
         self.save()

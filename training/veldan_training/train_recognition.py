@@ -117,7 +117,7 @@ class Crops(torch.utils.data.IterableDataset):
 
     def __iter__(self):
         info = torch.utils.data.get_worker_info()
-        rng = np.random.default_rng([self.seed, info.id if info else 0])
+        rng = np.random.default_rng([*self.seed, info.id if info else 0])
         cv2.setNumThreads(1)
         while True:
             image, crop = self._scene(rng)
@@ -151,7 +151,7 @@ class Pool:
         for k, (i, (dx, dy)) in enumerate(zip(at, offsets)):
             crop = self.crops[i, dy:dy + embedding.CROP, dx:dx + embedding.CROP]
             out[k] = crop[:, ::-1] if rng.random() < 0.5 else crop
-            if rng.random() < 0.25:  # something in front of the face; the answer stays that of the bare face
+            if rng.random() < 0.15:  # something in front of the face; the answer stays that of the bare face
                 w, h = rng.integers(8, 44, 2)
                 x, y = rng.integers(0, embedding.CROP - w), rng.integers(0, embedding.CROP - h)
                 out[k, y:y + h, x:x + w] = rng.integers(0, 256, 3) if rng.random() < 0.5 else 127
@@ -180,30 +180,27 @@ def train(args, network):
     aligned = load(args.data)
     print(f"{len(aligned.images)} aligned faces", flush=True)
     teacher = Teacher(args.data, args.single)
-    if args.start:
-        if embedding.is_folded(torch.load(args.start)["network"]):
-            network.fold()
-        running.take_fitting(network, args.start)
-        network.fold()
-        args.start = None  # the run must not take the weights once more, from before they were folded
     run = running.Run(args, network, steps=args.steps or 40_000, rate=args.rate or 2e-3)
-    begun = run.step
-    loader = torch.utils.data.DataLoader(Crops(aligned, masked, args.seed + run.step), batch_size=BATCH // REUSE, num_workers=args.workers)
-    pool = Pool(POOL, np.random.default_rng([args.seed, run.step, 1]))
+    begun, batch = run.step, BATCH // run.processes
+    generator = Crops(aligned, masked, [args.seed + run.step, run.process])
+    loader = torch.utils.data.DataLoader(generator, batch_size=max(1, batch // REUSE), num_workers=args.workers)
+    pool = Pool(POOL // run.processes, np.random.default_rng([args.seed, run.step, 1, run.process]))
     crops = iter(loader)
-    while run.step < run.steps and pool.filled < FIRST:
+    while run.step < run.steps and pool.filled < FIRST // run.processes:
         right, off = next(crops)
         pool.add(off.numpy(), answer(teacher, right.numpy()).numpy())
     for (right, off), schedule in run.over(crops):
         pool.add(off.numpy(), answer(teacher, right.numpy()).numpy())
         network.bfloat16 = not args.single and run.step < 0.95 * run.steps
-        drawn, wanted = pool.draw(BATCH)
+        drawn, wanted = pool.draw(batch)
         loss, distance = loss_of(network(to_input(drawn)), torch.from_numpy(wanted), torch.from_numpy(pool.bank(BANK)))
         schedule.descend(loss, distance=distance)
     run.finish()
     if run.step > begun:
         centre(aligned, network)
         run.save()
+    if run.process > 0:
+        raise SystemExit  # the first process measures and writes the files
 
 
 @torch.no_grad()
