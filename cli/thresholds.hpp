@@ -6,7 +6,7 @@ namespace veldan::cli {
 /** @name Defaults of the commands, in percent as the library's own searches take them */
 ///@{
 /** Similarity from which two bare faces count as one person: 1 in 1000 pairs of different people reach it. */
-inline constexpr int recognitionThreshold = 71;
+inline constexpr int recognitionThreshold = 70;
 /** The same for faces with masks. */
 inline constexpr int maskedRecognitionThreshold = 77;
 /** Quality that a photo needs to be enrolled. */
