@@ -7,14 +7,6 @@ import torch
 import torch.distributed
 
 
-def take_fitting(network, start):
-    """Another network's checkpoint gives the layers that both have."""
-    own, given = network.state_dict(), torch.load(start)["network"]
-    fitting = {k: v for k, v in given.items() if k in own and own[k].shape == v.shape}
-    network.load_state_dict(fitting, strict=False)
-    print(f"starts from {len(fitting)} of {len(own)} weights in {start}", flush=True)
-
-
 def join():
     """(this process's number, how many train the same network together): see train.py's --processes."""
     if "WORLD_SIZE" not in os.environ:
@@ -45,14 +37,18 @@ class Run:
         self.optimizer = torch.optim.AdamW([{"params": decay, "weight_decay": weight_decay},
                                             {"params": other, "weight_decay": 0.0}], lr=rate)
         self.step, self.means, self.saved = 0, {}, time.time()
-        if args.start and not os.path.exists(self.path):
-            take_fitting(network, args.start)
         if os.path.exists(self.path) and not args.fresh:
             state = torch.load(self.path)
             network.load_state_dict(state["network"])
             self.optimizer.load_state_dict(state["optimizer"])
             self.step = state["step"]
             print(f"continues at step {self.step}", flush=True)
+        elif args.start:
+            # Another network's checkpoint gives the layers that both have.
+            own, given = network.state_dict(), torch.load(args.start)["network"]
+            fitting = {k: v for k, v in given.items() if k in own and own[k].shape == v.shape}
+            network.load_state_dict(fitting, strict=False)
+            print(f"starts from {len(fitting)} of {len(own)} weights in {args.start}", flush=True)
 
     def over(self, loader):
         self.network.train()

@@ -196,11 +196,11 @@ def train(args, network):
         loss, distance = loss_of(network(to_input(drawn)), torch.from_numpy(wanted), torch.from_numpy(pool.bank(BANK)))
         schedule.descend(loss, distance=distance)
     run.finish()
+    if run.process > 0:
+        raise SystemExit  # the first process does the rest alone
     if run.step > begun:
         centre(aligned, network)
         run.save()
-    if run.process > 0:
-        raise SystemExit  # the first process measures and writes the files
 
 
 @torch.no_grad()
