@@ -31,6 +31,16 @@ _FACE_48 = [
     ("dense", "fc", 256),
 ]
 
+# Wider in the later layers, where it costs little: the last word on every box is this network's.
+_OUTPUT_48 = [
+    ("conv", "conv1", 32, 3, 2, "VALID"),
+    ("conv", "conv2", 48, 3, 1, "VALID"),
+    ("conv", "conv3", 80, 3, 2, "VALID"),
+    ("conv", "conv4", 96, 3, 1, "VALID"),
+    ("conv", "conv5", 128, 3, 2, "VALID"),
+    ("dense", "fc", 256),
+]
+
 DEFINITIONS = {
     # Every convolution but the last is VALID, so that output cell (r, c) is centred on pixel (12 + 4c, 12 + 4r), the
     # centre of its anchors; up to conv4 it sees exactly the 24 x 24 window of the largest anchor, the SAME
@@ -49,8 +59,8 @@ DEFINITIONS = {
         ("conv", "conv3", 64, 3, 2, "VALID"),
         ("dense", "fc", 112),
     ], [("cls_fc", 2, "softmax"), ("bbox_fc", 4, "dense")]),
-    "FaceDetectO": Definition(48, _FACE_48, [("cls_fc", 2, "softmax"), ("bbox_fc", 4, "dense"), ("landmark_fc", 10, "dense")]),
-    # Both look at the whole face in 48 x 48 as FaceDetectO does, so they have its layers and start from its weights.
+    "FaceDetectO": Definition(48, _OUTPUT_48, [("cls_fc", 2, "softmax"), ("bbox_fc", 4, "dense"), ("landmark_fc", 10, "dense")]),
+    # Both look at the whole face in 48 x 48 as FaceDetectO does, and have the layers that it had before it was widened.
     "FaceMaskAlign": Definition(48, _FACE_48, [("landmark_fc", 4, "dense")]),
     "FaceMaskDetect": Definition(48, _FACE_48, [("mask_fc", 2, "last")]),
     # Blur shows in neighbouring pixels only, and there are few of them: the first layer keeps every one.

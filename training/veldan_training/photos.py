@@ -134,3 +134,9 @@ def mirror_points(points, width):
     p = points.reshape(-1, 5, 2)[:, MIRROR].copy()
     p[..., 0] = width - p[..., 0]
     return p.reshape(points.shape)
+
+
+def mirrored(photo):
+    boxes, width = photo.boxes.copy(), photo.image.shape[1]
+    boxes[:, 0] = width - boxes[:, 0] - boxes[:, 2]
+    return Photo(photo.pack, photo.name, photo.image[:, ::-1].copy(), boxes, photo.certain, mirror_points(photo.points, width), photo.human)

@@ -84,6 +84,15 @@ def _cumulative(weight):
     return total / total[-1]
 
 
+def _cut(rng, frame, box):
+    """The frame with one edge moved into the box, as when somebody stands half outside of the picture."""
+    frame, edge, depth = frame.copy(), int(rng.integers(4)), rng.uniform(0.0, 0.35)
+    x, y, w, h = box
+    place = [x + depth * w, y + depth * h, x + (1 - depth) * w, y + (1 - depth) * h][edge]
+    frame[edge] = max(frame[edge], place) if edge < 2 else min(frame[edge], place)
+    return frame
+
+
 class Crops(torch.utils.data.IterableDataset):
     """Endless augmented crops: image, label, score target, box target, points target, weight of the points."""
 
@@ -94,9 +103,11 @@ class Crops(torch.utils.data.IterableDataset):
         self.found = rows[rows[:, 5] != NEGATIVE]
         pairs = [(i, k) for i, p in enumerate(photo_list) for k in np.flatnonzero(p.certain) if max(p.boxes[k, 2:]) >= 12]
         self.truth = np.array(pairs)
-        weight = {"groups": 2.0, "helen": 10.0, "portraits": 1.0, "mask_close": 1.0, "net80": 1.2}
-        w = np.array([weight.get(photo_list[i].pack, 1.5) for i, _ in pairs])
-        self.truth_weight = _cumulative(w)
+        # More of people's points, of crowds, and of close-ups, whose extents differ most.
+        weight = {"groups": 2.5, "helen": 10.0, "portraits": 1.0, "mask_close": 1.5, "net80": 1.2}
+        self.truth_weight = _cumulative(np.array([weight.get(photo_list[i].pack, 1.5) for i, _ in pairs]))
+        weight = {"groups": 2.0, "mask_close": 1.5}
+        self.found_weight = _cumulative(np.array([weight.get(photo_list[int(r[0])].pack, 1.0) for r in self.found]))
         # Boxes that more sides of the frame agree on come from the same few photos; hard ones are drawn more often.
         w = 0.2 + self.negative[:, 7]
         self.negative_weight = _cumulative(w)
@@ -131,7 +142,7 @@ class Crops(torch.utils.data.IterableDataset):
                 return self.sample(rng)
             (label, face), scale = kind, rng.uniform(45, 200) / side
         elif u < 0.68 and len(self.found):
-            row = self.found[int(rng.integers(len(self.found)))]
+            row = self.found[np.searchsorted(self.found_weight, rng.random())]
             photo, box, scale = self.photos[int(row[0])], row[1:4].astype(np.float64), row[4]
             label, face = int(row[5]), int(row[6])
         else:
@@ -159,9 +170,12 @@ class Crops(torch.utils.data.IterableDataset):
         angle = np.deg2rad(rng.normal(0, 12)) if rng.random() < 0.4 else 0.0
         flip = -1.0 if rng.random() < 0.5 else 1.0
         rot = np.array([[np.cos(angle), -np.sin(angle)], [np.sin(angle), np.cos(angle)]])
-        linear = step * rot @ np.diag([flip, 1.0])          # crop pixel -> photo pixel
+        # Pictures are often squeezed; both sides change, so that the area stays.
+        stretch = np.exp(rng.normal(0, 0.15)) if rng.random() < 0.3 else 1.0
+        linear = step * rot @ np.diag([flip * stretch, 1 / stretch])  # crop pixel -> photo pixel
         offset = centre - linear @ np.full(2, size / 2) + linear @ np.full(2, 0.5) - 0.5
-        border = cv2.BORDER_REFLECT if photo.pack == "faces" else cv2.BORDER_CONSTANT
+        aligned = photo.pack == "faces"
+        border = cv2.BORDER_REFLECT if aligned else cv2.BORDER_REPLICATE
         image = cv2.warpAffine(photo.image, np.hstack([linear, offset[:, None]]), (size, size),
                                flags=cv2.INTER_LINEAR | cv2.WARP_INVERSE_MAP, borderMode=border)
         inverse = np.linalg.inv(linear)
@@ -172,10 +186,10 @@ class Crops(torch.utils.data.IterableDataset):
         bbox, target, weight, mapped, score = np.zeros(4, np.float32), np.zeros(10, np.float32), 0.0, None, 0.0
         if face >= 0:
             x, y, w, h = photo.boxes[face]
-            score = score_target(photos.overlap((*box[:2], side, side), _squares(photo.boxes[face:face + 1]))[0])
             unit = step / side                                # crop pixels -> sides
             c = into(np.array([x + w / 2, y + h / 2])) * unit
-            hw, hh = w / side / 2, h / side / 2
+            hw, hh = w / side / 2 / stretch, h / side / 2 * stretch
+            score = score_target(photos.overlap((0, 0, 1, 1), _squares(np.array([[*(c - (hw, hh)), 2 * hw, 2 * hh]])))[0])
             far = 1 - 1 / (scale * side)                      # the far edge the library starts from
             bbox[:] = c[0] - hw, c[1] - hh, c[0] + hw - far, c[1] + hh - far
             points = photo.points[face]
@@ -194,9 +208,16 @@ class Crops(torch.utils.data.IterableDataset):
             if rng.random() < 0.1:
                 x, y = into(np.array([photo.boxes[face, 0] + photo.boxes[face, 2] / 2,
                                       photo.boxes[face, 1] + photo.boxes[face, 3] / 2]))
-                w, h = photo.boxes[face, 2] / step, photo.boxes[face, 3] / step
+                w, h = photo.boxes[face, 2] / step / stretch, photo.boxes[face, 3] / step * stretch
                 image = augment.occlude(rng, image, (x - w / 2, y - h / 2, w, h))
         image = augment.resolution(rng, image)
+        # What lies outside of the frame is black however the frame was lit.
+        h, w = photo.image.shape[:2]
+        frame = np.array([-np.inf, -np.inf, np.inf, np.inf] if aligned else [0, 0, w, h], np.float64)
+        if rng.random() < 0.08:
+            frame = _cut(rng, frame, photo.boxes[face] if face >= 0 else (*box[:2], side, side))
+        x, y = np.tensordot(linear, np.mgrid[0:size, 0:size][::-1], 1) + offset[:, None, None] + 0.5
+        image[(x < frame[0]) | (y < frame[1]) | (x > frame[2]) | (y > frame[3])] = 0
         return np.ascontiguousarray(image.transpose(2, 0, 1)), label, np.float32(score), bbox, target, np.float32(weight)
 
 

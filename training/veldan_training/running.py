@@ -24,6 +24,20 @@ def _share_gradients(parameters, processes):
         p.grad.copy_(mean.view_as(p))
 
 
+def _contains(wide, narrow):
+    return wide.dim() == narrow.dim() and all(a >= b for a, b in zip(wide.shape, narrow.shape))
+
+
+def _widened(wide, narrow):
+    """The narrow weights in front of fresh ones. What was there takes nothing from the new channels at first, so that the
+    wider network begins with the narrower one's answers."""
+    wide = wide.clone()
+    if wide.dim() > 1:
+        wide[:narrow.shape[0], narrow.shape[1]:] = 0
+    wide[tuple(slice(n) for n in narrow.shape)] = narrow
+    return wide
+
+
 class Run:
     """AdamW with a warm-up and a cosine schedule over a fixed number of steps; state in WORK/NAME.checkpoint."""
 
@@ -44,9 +58,9 @@ class Run:
             self.step = state["step"]
             print(f"continues at step {self.step}", flush=True)
         elif args.start:
-            # Another network's checkpoint gives the layers that both have.
+            # Another network's checkpoint gives the layers that both have, a narrower one the first channels.
             own, given = network.state_dict(), torch.load(args.start)["network"]
-            fitting = {k: v for k, v in given.items() if k in own and own[k].shape == v.shape}
+            fitting = {k: _widened(own[k], v) for k, v in given.items() if k in own and _contains(own[k], v)}
             network.load_state_dict(fitting, strict=False)
             print(f"starts from {len(fitting)} of {len(own)} weights in {args.start}", flush=True)
 
