@@ -19,14 +19,14 @@ struct SimilarityStep {
 using SimilaritySteps = std::array<SimilarityStep, 4>;
 
 // The similarities are measured ones: docs/thresholds.md says on what, and other networks need other numbers.
-inline constexpr SimilaritySteps bareSteps = {{{0.66, 1e-2, "perhaps the same person"},
+inline constexpr SimilaritySteps bareSteps = {{{0.65, 1e-2, "perhaps the same person"},
                                                {0.70, 1e-3, "probably the same person"},
                                                {0.74, 1e-4, "very probably the same person"},
-                                               {0.78, 1e-5, "almost certainly the same person"}}};
+                                               {0.77, 1e-5, "almost certainly the same person"}}};
 inline constexpr SimilaritySteps maskedSteps = {{{0.70, 1e-2, "perhaps the same person"},
                                                  {0.77, 1e-3, "probably the same person"},
                                                  {0.81, 1e-4, "very probably the same person"},
-                                                 {0.85, 1e-5, "almost certainly the same person"}}};
+                                                 {0.84, 1e-5, "almost certainly the same person"}}};
 
 /** In ascending order of the similarity. */
 inline const SimilaritySteps& similaritySteps(Kind kind) {
