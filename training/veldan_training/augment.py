@@ -61,7 +61,7 @@ def occlude(rng, image, box):
 
 def paint_mask(rng, image, points):
     """A face mask from nose to chin; points: 5 x 2 in the crop."""
-    eyes, nose, mouth = points[:2].mean(0), points[2], points[3:].mean(0)
+    eyes, mouth = points[:2].mean(0), points[3:].mean(0)
     down = mouth - eyes
     across = points[1] - points[0]
     if np.hypot(*across) < 4 or np.hypot(*down) < 4:

@@ -4,7 +4,7 @@ import numpy as np
 import torch
 import torch.nn.functional as F
 
-from . import augment, calibration, coverings, faces, running
+from . import augment, coverings, faces, running
 
 SIZE = 48
 CUTS = 2  # boxes set around the same face: painting it costs more than cutting it

@@ -1,5 +1,4 @@
 """Trains FaceDetectP."""
-import numpy as np
 import torch
 
 from . import photos, proposals, running
