@@ -22,24 +22,18 @@ class Definition:
         self.layers, self.heads, self.version, self.channels = layers, heads, version, channels
 
 
-_FACE_48 = [
-    ("conv", "conv1", 32, 3, 2, "VALID"),
-    ("conv", "conv2", 48, 3, 1, "VALID"),
-    ("conv", "conv3", 64, 3, 2, "VALID"),
-    ("conv", "conv4", 64, 3, 1, "VALID"),
-    ("conv", "conv5", 96, 3, 2, "VALID"),
-    ("dense", "fc", 256),
-]
+def _face_48(*wide):
+    """Layers that look at a whole face; wide: channels of the last three convolutions. A narrower network's weights fit into a
+    wider one because nothing else differs."""
+    return [
+        ("conv", "conv1", 32, 3, 2, "VALID"),
+        ("conv", "conv2", 48, 3, 1, "VALID"),
+        ("conv", "conv3", wide[0], 3, 2, "VALID"),
+        ("conv", "conv4", wide[1], 3, 1, "VALID"),
+        ("conv", "conv5", wide[2], 3, 2, "VALID"),
+        ("dense", "fc", 256),
+    ]
 
-# Wider in the later layers, where it costs little: the last word on every box is this network's.
-_OUTPUT_48 = [
-    ("conv", "conv1", 32, 3, 2, "VALID"),
-    ("conv", "conv2", 48, 3, 1, "VALID"),
-    ("conv", "conv3", 80, 3, 2, "VALID"),
-    ("conv", "conv4", 96, 3, 1, "VALID"),
-    ("conv", "conv5", 128, 3, 2, "VALID"),
-    ("dense", "fc", 256),
-]
 
 DEFINITIONS = {
     # Every convolution but the last is VALID, so that output cell (r, c) is centred on pixel (12 + 4c, 12 + 4r), the
@@ -59,10 +53,11 @@ DEFINITIONS = {
         ("conv", "conv3", 64, 3, 2, "VALID"),
         ("dense", "fc", 112),
     ], [("cls_fc", 2, "softmax"), ("bbox_fc", 4, "dense")]),
-    "FaceDetectO": Definition(48, _OUTPUT_48, [("cls_fc", 2, "softmax"), ("bbox_fc", 4, "dense"), ("landmark_fc", 10, "dense")]),
+    # Wider in the later layers, where it costs little: the last word on every box is this network's.
+    "FaceDetectO": Definition(48, _face_48(80, 96, 128), [("cls_fc", 2, "softmax"), ("bbox_fc", 4, "dense"), ("landmark_fc", 10, "dense")]),
     # Both look at the whole face in 48 x 48 as FaceDetectO does, and have the layers that it had before it was widened.
-    "FaceMaskAlign": Definition(48, _FACE_48, [("landmark_fc", 4, "dense")]),
-    "FaceMaskDetect": Definition(48, _FACE_48, [("mask_fc", 2, "last")]),
+    "FaceMaskAlign": Definition(48, _face_48(64, 64, 96), [("landmark_fc", 4, "dense")]),
+    "FaceMaskDetect": Definition(48, _face_48(64, 64, 96), [("mask_fc", 2, "last")]),
     # Blur shows in neighbouring pixels only, and there are few of them: the first layer keeps every one.
     "FaceQuality": Definition(24, [
         ("conv", "conv1", 20, 3, 1, "VALID"),

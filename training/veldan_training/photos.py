@@ -3,7 +3,7 @@ import csv
 import os
 import zipfile
 import zlib
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 
 import cv2
 import numpy as np
@@ -139,4 +139,4 @@ def mirror_points(points, width):
 def mirrored(photo):
     boxes, width = photo.boxes.copy(), photo.image.shape[1]
     boxes[:, 0] = width - boxes[:, 0] - boxes[:, 2]
-    return Photo(photo.pack, photo.name, photo.image[:, ::-1].copy(), boxes, photo.certain, mirror_points(photo.points, width), photo.human)
+    return replace(photo, image=photo.image[:, ::-1].copy(), boxes=boxes, points=mirror_points(photo.points, width))

@@ -103,11 +103,13 @@ class Crops(torch.utils.data.IterableDataset):
         self.found = rows[rows[:, 5] != NEGATIVE]
         pairs = [(i, k) for i, p in enumerate(photo_list) for k in np.flatnonzero(p.certain) if max(p.boxes[k, 2:]) >= 12]
         self.truth = np.array(pairs)
+
+        def by_pack(weight, other, rows):
+            return _cumulative([weight.get(photo_list[int(row[0])].pack, other) for row in rows])
+
         # More of people's points, of crowds, and of close-ups, whose extents differ most.
-        weight = {"groups": 2.5, "helen": 10.0, "portraits": 1.0, "mask_close": 1.5, "net80": 1.2}
-        self.truth_weight = _cumulative(np.array([weight.get(photo_list[i].pack, 1.5) for i, _ in pairs]))
-        weight = {"groups": 2.0, "mask_close": 1.5}
-        self.found_weight = _cumulative(np.array([weight.get(photo_list[int(r[0])].pack, 1.0) for r in self.found]))
+        self.truth_weight = by_pack({"groups": 2.5, "helen": 10.0, "portraits": 1.0, "mask_close": 1.5, "net80": 1.2}, 1.5, pairs)
+        self.found_weight = by_pack({"groups": 2.0, "mask_close": 1.5}, 1.0, self.found)
         # Boxes that more sides of the frame agree on come from the same few photos; hard ones are drawn more often.
         w = 0.2 + self.negative[:, 7]
         self.negative_weight = _cumulative(w)
@@ -187,11 +189,12 @@ class Crops(torch.utils.data.IterableDataset):
         if face >= 0:
             x, y, w, h = photo.boxes[face]
             unit = step / side                                # crop pixels -> sides
-            c = into(np.array([x + w / 2, y + h / 2])) * unit
-            hw, hh = w / side / 2 / stretch, h / side / 2 * stretch
-            score = score_target(photos.overlap((0, 0, 1, 1), _squares(np.array([[*(c - (hw, hh)), 2 * hw, 2 * hh]])))[0])
+            extent = np.array([w / stretch, h * stretch]) / step
+            seen = np.array([*(into(np.array([x + w / 2, y + h / 2])) - extent / 2), *extent])  # the face's box in the crop
+            x, y, w, h = seen * unit
+            score = score_target(photos.overlap((0, 0, 1, 1), _squares(np.array([[x, y, w, h]])))[0])
             far = 1 - 1 / (scale * side)                      # the far edge the library starts from
-            bbox[:] = c[0] - hw, c[1] - hh, c[0] + hw - far, c[1] + hh - far
+            bbox[:] = x, y, x + w - far, y + h - far
             points = photo.points[face]
             if np.isfinite(points).all():
                 weight = 1.0
@@ -206,10 +209,7 @@ class Crops(torch.utils.data.IterableDataset):
             if mapped is not None and rng.random() < 0.08:
                 image = augment.paint_mask(rng, image, mapped)
             if rng.random() < 0.1:
-                x, y = into(np.array([photo.boxes[face, 0] + photo.boxes[face, 2] / 2,
-                                      photo.boxes[face, 1] + photo.boxes[face, 3] / 2]))
-                w, h = photo.boxes[face, 2] / step / stretch, photo.boxes[face, 3] / step * stretch
-                image = augment.occlude(rng, image, (x - w / 2, y - h / 2, w, h))
+                image = augment.occlude(rng, image, seen)
         image = augment.resolution(rng, image)
         # What lies outside of the frame is black however the frame was lit.
         h, w = photo.image.shape[:2]
