@@ -53,8 +53,12 @@ FivePoints TableRow::points(std::size_t first) const {
     return points;
 }
 
+std::string TableRow::place() const {
+    return path_.string() + ":" + std::to_string(line_);
+}
+
 void TableRow::fail(const std::string& message) const {
-    throw std::runtime_error(path_.string() + ":" + std::to_string(line_) + ": " + message);
+    throw std::runtime_error(place() + ": " + message);
 }
 
 void readTable(const fs::path& path, std::size_t columns, const std::function<void(const TableRow&)>& use) {

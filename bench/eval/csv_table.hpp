@@ -23,6 +23,8 @@ public:
     const std::string& choice(std::size_t i, const std::vector<std::string>& choices) const;
     Box box(std::size_t first) const;
     FivePoints points(std::size_t first) const;
+    /** File and line. */
+    std::string place() const;
     [[noreturn]] void fail(const std::string& message) const;
 
 private:

@@ -1,6 +1,7 @@
 #include "detection_figures.hpp"
 #include "error_pictures.hpp"
 #include "evaluations.hpp"
+#include "label_review.hpp"
 #include "labels.hpp"
 #include "library.hpp"
 #include "pack_photos.hpp"
@@ -29,6 +30,7 @@ const std::vector<std::pair<std::string, SizeMeasure>> sizeMeasures = {
 
 struct Options : PackOptions {
     std::string size = "geometric";
+    std::string review;
 };
 
 std::vector<FoundFace> foundFaces(const Library::Answer& answer) {
@@ -52,10 +54,14 @@ public:
 
     void run() {
         options_.prepare();
+        if (!options_.review.empty())
+            review_ = LabelReview(options_.review, packNames(options_.folder));
         warmUp();
         FigureSet total(sizeMeasures.size());
         for (const std::string& name : options_.names()) {
-            const FigureSet figures = evaluate(readPack(options_.folder, name));
+            Pack pack = readPack(options_.folder, name);
+            review_.apply(pack);
+            const FigureSet figures = evaluate(pack);
             for (std::size_t i = 0; i < total.size(); ++i)
                 total[i].add(figures[i]);
             packs_.emplace_back(name, figures);
@@ -117,6 +123,9 @@ private:
 
         const DetectionFigures& total = packs_.back().second[chosen_];
         const std::array<double, 5> each = total.pointErrorOfEach();
+        if (!options_.review.empty())
+            std::cout << "\nLabels that people found at fault (" << options_.review << "): " << review_.noFaces()
+                      << " without a face are background, " << review_.parts() << " of a part of one uncertain";
         std::cout << "\nPhotos without labels: " << total.emptyPhotos()
                   << ", false positives on them: " << total.emptyFalsePositives()
                   << "; refused as too small: " << total.refused() << '\n';
@@ -159,7 +168,8 @@ private:
                                              {"minFace", options_.minFace},
                                              {"size", options_.size},
                                              {"iou", options_.leastOverlap},
-                                             {"threads", options_.threads}}},
+                                             {"threads", options_.threads},
+                                             {"review", options_.review}}},
                                            {"packs", nlohmann::ordered_json::array()}};
         for (const auto& [name, set] : packs_) {
             nlohmann::ordered_json entry = {{"name", name}};
@@ -182,6 +192,7 @@ private:
     const Options& options_;
     std::size_t chosen_ = 0;
     Library library_;
+    LabelReview review_;
     std::vector<std::pair<std::string, FigureSet>> packs_;
 };
 
@@ -196,6 +207,11 @@ void addDetectEvaluation(CLI::App& app, std::function<void()>& action) {
     command->add_option("--size", options->size, "What --min-face measures: root of width x height, or one side")
         ->check(CLI::IsMember({"geometric", "longer", "shorter"}))
         ->capture_default_str();
+    command
+        ->add_option("--review", options->review,
+                     "Table of labels at fault (file,pack,x,y,w,h,verdict): no_face, background; part, uncertain")
+        ->check(CLI::ExistingFile)
+        ->type_name("FILE");
     command->footer(
         "A label with a score of 0.6 or more is a face. Uncertain labels, too small faces and boxes set by people\n"
         "are neither required nor held against the library. Milliseconds are those of the detection call.\n"
@@ -203,6 +219,7 @@ void addDetectEvaluation(CLI::App& app, std::function<void()>& action) {
         "Examples:\n"
         "  veldan_eval detect photos/\n"
         "  veldan_eval detect photos/ --pack groups helen --json > figures.json\n"
+        "  veldan_eval detect photos/ --review bench/eval/reviewed_labels.csv\n"
         "  veldan_eval detect photos/ --split train --dump-false errors/\n");
     command->callback([options, &action] { action = [options] { DetectEvaluation(*options).run(); }; });
 }

@@ -1,4 +1,5 @@
 #include "cli/run_command.hpp"
+#include "label_review.hpp"
 #include "labels.hpp"
 
 #include <gmock/gmock.h>
@@ -75,5 +76,52 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{"a.webp,100,8o,val\n", "", "\"8o\" is not a number"},
         Fault{"a.webp,100,80,val\n", label + "b.webp" + label.substr(6), "p.labels.csv:2: b.webp is not in"},
         Fault{"a.webp,100,80,val\n", "a.webp,,2,30,40,10,11,20,12,15,20,11,30,19,31,0.93\n", "\"\" is not a number"}));
+
+// One photo with two labels, in a folder with two packs.
+class ReviewedLabels : public testing::TestWithParam<std::pair<const char*, const char*>> {
+protected:
+    ReviewedLabels() {
+        write(folder_ / "p.images.csv", "a.webp,100,80,val\n");
+        write(folder_ / "p.labels.csv", label + "a.webp,50,2,30,40,60,11,70,12,65,20,61,30,69,31,0.9\n");
+        write(folder_ / "q.images.csv", "");
+    }
+
+    Pack reviewed(const std::string& table) {
+        write(folder_ / "review.csv", table);
+        Pack pack = readPack(folder_ / "", "p");
+        LabelReview(folder_ / "review.csv", packNames(folder_ / "")).apply(pack);
+        return pack;
+    }
+
+    ScratchFolder folder_;
+};
+
+TEST_F(ReviewedLabels, LoseNoFacesAndDoubtParts) {
+    const std::string heading = "file,pack,x,y,w,h,verdict\n";
+    const Pack without = reviewed(heading + "b.webp,q,1,2,3,4,no_face\na.webp,p,1.5,2,30,40,no_face\n");
+    ASSERT_EQ(without.photos[0].faces.size(), 1u);
+    EXPECT_DOUBLE_EQ(without.photos[0].faces[0].box.x, 50);
+    const Pack doubted = reviewed(heading + "a.webp,p,1.5,2,30,40,part\n");
+    ASSERT_EQ(doubted.photos[0].faces.size(), 2u);
+    EXPECT_DOUBLE_EQ(doubted.photos[0].faces[0].score, 0);
+    EXPECT_DOUBLE_EQ(doubted.photos[0].faces[1].score, 0.9);
+}
+
+TEST_P(ReviewedLabels, AreRefusedWhereTheyDoNotFit) {
+    try {
+        reviewed(GetParam().first);
+        FAIL() << "accepted";
+    } catch (const std::runtime_error& error) {
+        EXPECT_THAT(error.what(), HasSubstr(GetParam().second));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, ReviewedLabels,
+    testing::Values(std::make_pair("a.webp,p,1.5,2,30,41,part\n", "review.csv:1: a.webp has no label with this box"),
+                    std::make_pair("\nb.webp,p,1.5,2,30,40,part\n", "review.csv:2: b.webp is not in pack p"),
+                    std::make_pair("a.webp,o,1.5,2,30,40,part\n", "\"o\" is none of p, q"),
+                    std::make_pair("a.webp,p,1.5,2,30,40,\n", "\"\" is none of no_face, part"),
+                    std::make_pair("a.webp,p,1.5,2,30,part\n", "6 fields instead of 7")));
 
 } // namespace

@@ -72,6 +72,14 @@ TEST_F(EvaluateDetection, PrintsTheFiguresOfALabelledFolder) {
     EXPECT_EQ(picture.size(), cv::Size(640, 640));
     EXPECT_EQ(std::distance(fs::directory_iterator(errors), fs::directory_iterator()), 1);
 
+    // A label that shows nobody counts neither as a face nor for what is found there.
+    write(folder_ / "review.csv", "portrait.jpg,made,300,300,90,90,no_face\n");
+    const Json reviewed = evaluate({"--review", (folder_ / "review.csv").string()});
+    EXPECT_EQ(reviewed.at("total").at("faces"), 1);
+    EXPECT_EQ(reviewed.at("total").at("facesFound"), 1);
+    write(folder_ / "review.csv", "portrait.jpg,made,180,72,90,106,no_face\n");
+    EXPECT_EQ(evaluate({"--review", (folder_ / "review.csv").string()}).at("total").at("falsePositives"), 1);
+
     // In pixels of the photo as it is, both labels are smaller than 120.
     EXPECT_EQ(evaluate({"--fit", "0", "--min-face", "120"}).at("total").at("faces"), 0);
     EXPECT_EQ(evaluate({"--split", "all"}).at("total").at("photos"), 3);

@@ -230,7 +230,7 @@ class Correction:
             # The same files read without the human points give the teacher's.
             by_name = {p.name: p for p in photos.load(data, "train", packs=[pack], subset="fit")}
             teacher = {}
-            for r in photos._rows(f"{data}/photos/{pack}.labels.csv"):
+            for r in photos.rows(f"{data}/photos/{pack}.labels.csv"):
                 if r[0] in by_name and float(r[15]) >= photos.FACE_SCORE:
                     teacher.setdefault(r[0], []).append(np.array([float(v) for v in r[1:15]]))
             for name, photo in by_name.items():
