@@ -124,7 +124,7 @@ private:
         const DetectionFigures& total = packs_.back().second[chosen_];
         const std::array<double, 5> each = total.pointErrorOfEach();
         if (!options_.review.empty())
-            std::cout << "\nLabels that people found at fault (" << options_.review << "): " << review_.noFaces()
+            std::cout << "\nLabels at fault (" << options_.review << "): " << review_.noFaces()
                       << " without a face are background, " << review_.parts() << " of a part of one uncertain";
         std::cout << "\nPhotos without labels: " << total.emptyPhotos()
                   << ", false positives on them: " << total.emptyFalsePositives()

@@ -26,7 +26,7 @@ LabelReview::LabelReview(const std::filesystem::path& path, const std::vector<st
     });
 }
 
-void LabelReview::apply(Pack& pack) const {
+void LabelReview::apply(Pack& pack) {
     for (const Fault& fault : faults_) {
         if (fault.pack != pack.name)
             continue;
@@ -38,16 +38,14 @@ void LabelReview::apply(Pack& pack) const {
                                        [&](const TeacherFace& one) { return sameBox(one.box, fault.box); });
         if (face == photo->faces.end())
             throw std::runtime_error(fault.place + ": " + fault.file + " has no label with this box");
-        if (fault.noFace)
+        if (fault.noFace) {
             photo->faces.erase(face);
-        else
+            ++noFaces_;
+        } else {
             face->score = 0;
+            ++parts_;
+        }
     }
-}
-
-std::size_t LabelReview::noFaces() const {
-    return static_cast<std::size_t>(
-        std::count_if(faults_.begin(), faults_.end(), [](const Fault& fault) { return fault.noFace; }));
 }
 
 } // namespace veldan::eval

@@ -3,6 +3,7 @@
 
 #include "labels.hpp"
 
+#include <cstddef>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -29,11 +30,11 @@ public:
      * the face's extent; the label becomes an uncertain one, neither required nor held against the library. Throws
      * std::runtime_error, with file and line, when the pack has no such label.
      */
-    void apply(Pack& pack) const;
+    void apply(Pack& pack);
 
-    /** How many labels have the verdict no_face or part. */
-    std::size_t noFaces() const;
-    std::size_t parts() const { return faults_.size() - noFaces(); }
+    /** How many labels were changed so far. */
+    std::size_t noFaces() const { return noFaces_; }
+    std::size_t parts() const { return parts_; }
 
 private:
     struct Fault {
@@ -44,6 +45,8 @@ private:
         bool noFace;
     };
     std::vector<Fault> faults_;
+    std::size_t noFaces_ = 0;
+    std::size_t parts_ = 0;
 };
 
 } // namespace veldan::eval

@@ -89,11 +89,14 @@ protected:
     Pack reviewed(const std::string& table) {
         write(folder_ / "review.csv", table);
         Pack pack = readPack(folder_ / "", "p");
-        LabelReview(folder_ / "review.csv", packNames(folder_ / "")).apply(pack);
+        LabelReview review(folder_ / "review.csv", packNames(folder_ / ""));
+        review.apply(pack);
+        changed_ = {review.noFaces(), review.parts()};
         return pack;
     }
 
     ScratchFolder folder_;
+    std::pair<std::size_t, std::size_t> changed_;
 };
 
 TEST_F(ReviewedLabels, LoseNoFacesAndDoubtParts) {
@@ -101,6 +104,7 @@ TEST_F(ReviewedLabels, LoseNoFacesAndDoubtParts) {
     const Pack without = reviewed(heading + "b.webp,q,1,2,3,4,no_face\na.webp,p,1.5,2,30,40,no_face\n");
     ASSERT_EQ(without.photos[0].faces.size(), 1u);
     EXPECT_DOUBLE_EQ(without.photos[0].faces[0].box.x, 50);
+    EXPECT_EQ(changed_, std::make_pair(std::size_t{1}, std::size_t{0})); // the other pack's is not asked for
     const Pack doubted = reviewed(heading + "a.webp,p,1.5,2,30,40,part\n");
     ASSERT_EQ(doubted.photos[0].faces.size(), 2u);
     EXPECT_DOUBLE_EQ(doubted.photos[0].faces[0].score, 0);
