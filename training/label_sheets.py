@@ -38,12 +38,12 @@ def faces_of(data, split):
     fitted photo. What the trainer adds and corrects is left out."""
     images = {(photo.pack, photo.name): photo.image for photo in photos.load(data, split)}
     for pack in sorted({pack for pack, _ in images}):
-        for name, *values in photos.rows(os.path.join(data, "photos", f"{pack}.labels.csv")):
-            image, (x, y, w, h), score = images.get((pack, name)), map(float, values[:4]), float(values[14])
+        for name, box, _, score in photos.teacher_faces(os.path.join(data, "photos"), pack):
+            image = images.get((pack, name))
             if image is None or score < photos.FACE_SCORE:
                 continue
-            if np.sqrt(w * h) * calibration.FIT / max(image.shape[:2]) >= calibration.MIN_FACE:
-                yield pack, name, (x, y, w, h), image
+            if np.sqrt(box[2] * box[3]) * calibration.FIT / max(image.shape[:2]) >= calibration.MIN_FACE:
+                yield pack, name, box, image
 
 
 def main():
@@ -55,22 +55,21 @@ def main():
     args = parser.parse_args()
     os.makedirs(args.out, exist_ok=True)
     labels = list(faces_of(args.data, args.split))
-    order = np.random.default_rng(args.seed).permutation(len(labels))
+    labels = [labels[k] for k in np.random.default_rng(args.seed).permutation(len(labels))]
     with open(os.path.join(args.out, "labels.csv"), "w", newline="") as f:
         table = csv.writer(f)
         table.writerow(["number", "file", "pack", "x", "y", "w", "h"])
-        for number, k in enumerate(order):
-            pack, name, box, _ = labels[k]
+        for number, (pack, name, box, _) in enumerate(labels):
             table.writerow([number, name, pack, *(f"{v:g}" for v in box)])
     each = COLUMNS * ROWS
-    for first in range(0, len(order), each):
+    for first in range(0, len(labels), each):
         sheet = np.full((ROWS * (CELL + TEXT), COLUMNS * (CELL + 2), 3), 255, np.uint8)
-        for j, k in enumerate(order[first:first + each]):
+        for j, (_, _, box, image) in enumerate(labels[first:first + each]):
             y, x = j // COLUMNS * (CELL + TEXT), j % COLUMNS * (CELL + 2)
-            sheet[y:y + CELL, x:x + CELL] = drawn(labels[k][3], labels[k][2])
+            sheet[y:y + CELL, x:x + CELL] = drawn(image, box)
             cv2.putText(sheet, str(first + j), (x + 2, y + CELL + 13), cv2.FONT_HERSHEY_SIMPLEX, 0.5, (0, 0, 0), 1, cv2.LINE_AA)
         cv2.imwrite(os.path.join(args.out, f"sheet-{first // each:02d}.png"), sheet)
-    print(f"{len(order)} labels on {-(-len(order) // each)} sheets in {args.out}")
+    print(f"{len(labels)} labels on {-(-len(labels) // each)} sheets in {args.out}")
 
 
 if __name__ == "__main__":

@@ -5,13 +5,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace {
 
 using namespace veldan::eval;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::ThrowsMessage;
 
 void write(const std::filesystem::path& path, const std::string& text) {
     writeBytes(path, {text.begin(), text.end()});
@@ -60,12 +63,7 @@ TEST_P(FaultyLabels, AreRefusedWithFileAndLine) {
     const ScratchFolder folder;
     write(folder / "p.images.csv", GetParam().images);
     write(folder / "p.labels.csv", GetParam().labels);
-    try {
-        readPack(folder / "", "p");
-        FAIL() << "accepted";
-    } catch (const std::runtime_error& error) {
-        EXPECT_THAT(error.what(), HasSubstr(GetParam().message));
-    }
+    EXPECT_THAT([&] { readPack(folder / "", "p"); }, ThrowsMessage<std::runtime_error>(HasSubstr(GetParam().message)));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -112,12 +110,7 @@ TEST_F(ReviewedLabels, LoseNoFacesAndDoubtParts) {
 }
 
 TEST_P(ReviewedLabels, AreRefusedWhereTheyDoNotFit) {
-    try {
-        reviewed(GetParam().first);
-        FAIL() << "accepted";
-    } catch (const std::runtime_error& error) {
-        EXPECT_THAT(error.what(), HasSubstr(GetParam().second));
-    }
+    EXPECT_THAT([&] { reviewed(GetParam().first); }, ThrowsMessage<std::runtime_error>(HasSubstr(GetParam().second)));
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -39,7 +39,7 @@ def overlap(box, boxes):
     return inter / np.maximum(box[2] * box[3] + boxes[:, 2] * boxes[:, 3] - inter, 1e-9)
 
 
-def rows(path):
+def _rows(path):
     if not os.path.exists(path):
         return []
     with open(path, newline="") as f:
@@ -82,16 +82,22 @@ def _add_human_points(faces, points):
         faces.append([box_of_points(points), True, points, True])
 
 
+def teacher_faces(folder, pack):
+    """(file, box, points, score) of each of the teacher's labels as it stands in the pack, certain or not."""
+    for name, *values in _rows(f"{folder}/{pack}.labels.csv"):
+        v = np.array([float(a) for a in values])
+        yield name, v[:4], v[4:14], v[14]
+
+
 def _labels(folder, pack):
     """{file: [(box, certain, points, human)]} from the pack's label, landmark and mask files."""
     faces = {}
-    for r in rows(f"{folder}/{pack}.labels.csv"):
-        v = [float(a) for a in r[1:]]
-        faces.setdefault(r[0], []).append([np.array(v[:4]), v[14] >= FACE_SCORE, np.array(v[4:14]), False])
-    for r in rows(f"{folder}/{pack}.landmarks.csv"):
+    for name, box, points, score in teacher_faces(folder, pack):
+        faces.setdefault(name, []).append([box, score >= FACE_SCORE, points, False])
+    for r in _rows(f"{folder}/{pack}.landmarks.csv"):
         points = np.array([float(a) for a in r[1:11]])
         _add_human_points(faces.setdefault(r[0], []), points)
-    for r in rows(f"{folder}/{pack}.masks.csv"):
+    for r in _rows(f"{folder}/{pack}.masks.csv"):
         box = np.array([float(a) for a in r[1:5]])
         near = [f for f in faces.get(r[0], []) if overlap(box, f[0])[0] > 0.35]
         if not any(f[1] for f in near):
@@ -111,7 +117,7 @@ def load(data, split="train", packs=None, subset=None, doubt_animals=False):
         faces = _labels(folder, pack)
         with zipfile.ZipFile(f"{folder}/{pack}.zip") as z:
             members = {os.path.basename(n): n for n in z.namelist()}
-            for r in rows(f"{folder}/{pack}.images.csv"):
+            for r in _rows(f"{folder}/{pack}.images.csv"):
                 if r[3] != split or r[0] not in members:
                     continue
                 if subset and is_development(r[0]) != (subset == "development"):

@@ -230,14 +230,14 @@ class Correction:
             # The same files read without the human points give the teacher's.
             by_name = {p.name: p for p in photos.load(data, "train", packs=[pack], subset="fit")}
             teacher = {}
-            for r in photos.rows(f"{data}/photos/{pack}.labels.csv"):
-                if r[0] in by_name and float(r[15]) >= photos.FACE_SCORE:
-                    teacher.setdefault(r[0], []).append(np.array([float(v) for v in r[1:15]]))
+            for name, box, points, score in photos.teacher_faces(f"{data}/photos", pack):
+                if name in by_name and score >= photos.FACE_SCORE:
+                    teacher.setdefault(name, []).append((box, points))
             for name, photo in by_name.items():
                 for k in np.flatnonzero(photo.human):
-                    for v in teacher.get(name, []):
-                        if np.abs(v[:4] - photo.boxes[k]).max() < 0.5:
-                            a, b = self.normal(v[4:14], v[:4]), self.normal(photo.points[k], v[:4])
+                    for box, points in teacher.get(name, []):
+                        if np.abs(box - photo.boxes[k]).max() < 0.5:
+                            a, b = self.normal(points, box), self.normal(photo.points[k], box)
                             if np.abs(a - b).max() < 0.12:
                                 source.append(np.append(a, 1))
                                 wanted.append(b)
