@@ -14,8 +14,8 @@
 
 #include <veldan/face_api.h>
 #include <veldan/face_flows.hpp>
+#include <veldan/template.hpp>
 
-#include <array>
 #include <cstddef>
 #include <stdexcept>
 #include <string>
@@ -93,13 +93,6 @@ struct Span {
     T* begin() const { return data; }
     T* end() const { return data + size; }
 };
-
-/** Templates of the two kinds are never similar to each other. */
-enum class Kind { Bare = 1, Masked = 2 };
-
-/** Bytes of a template of either kind. */
-constexpr std::size_t templateBytes = 520;
-using Template = std::array<unsigned char, templateBytes>;
 
 /** Templates of one kind, grouped by person. The index of a person is what a search answers. */
 class Gallery {
