@@ -5,6 +5,7 @@
 #include "file_bytes.hpp"
 #include "gallery_store.hpp"
 #include "photo_run.hpp"
+#include "printable.hpp"
 #include "thresholds.hpp"
 
 #include <CLI/CLI.hpp>
@@ -40,7 +41,8 @@ public:
 
     ExitCode run() {
         for (const EnrolmentList::Refusal& refusal : list_.refused)
-            std::cerr << "veldan: " << refusal.path << ": not enrolled: " << refusal.reason << '\n';
+            std::cerr << "veldan: " << printable(refusal.path) << ": not enrolled: " << printable(refusal.reason)
+                      << '\n';
         const ExitCode code = photos_.forEach([this](const std::string& path) { process(path); }, {},
                                               [this](Json& document) { summarise(document); });
         return code == ExitCode::Success && !list_.refused.empty() ? ExitCode::Unsuitable : code;

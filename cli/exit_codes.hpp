@@ -9,7 +9,7 @@ namespace veldan::cli {
 /** Exit codes of the command. Scripts rely on them: a number is never given a second meaning. */
 enum class ExitCode : int {
     Success = 0,
-    Internal = 1,
+    Different = 1, ///< only where the answer itself is asked for, as by cmp
     Usage = 2,
     Missing = 3,
     Unreadable = 4,
@@ -19,6 +19,7 @@ enum class ExitCode : int {
     Library = 8,
     Unsuitable = 9,
     Gallery = 10,
+    Internal = 11,
 };
 
 /** The name of a code in machine-readable output. */
@@ -26,8 +27,8 @@ inline const char* exitCodeName(ExitCode code) {
     switch (code) {
     case ExitCode::Success:
         return "success";
-    case ExitCode::Internal:
-        return "internal";
+    case ExitCode::Different:
+        return "different";
     case ExitCode::Usage:
         return "usage";
     case ExitCode::Missing:
@@ -46,6 +47,8 @@ inline const char* exitCodeName(ExitCode code) {
         return "unsuitable";
     case ExitCode::Gallery:
         return "gallery";
+    case ExitCode::Internal:
+        break;
     }
     return "internal";
 }
@@ -61,10 +64,15 @@ private:
     ExitCode code_;
 };
 
+/** A failure that everything after it would meet as well: it ends the command at once. */
+class FatalError : public CommandError {
+public:
+    using CommandError::CommandError;
+};
+
 /** The exit codes for the help of every command that reads photos. */
 inline constexpr const char* exitCodeHelp = "Exit codes:\n"
                                             "  0  done; a photo without a face is a result, not an error\n"
-                                            "  1  unexpected failure\n"
                                             "  2  wrong usage\n"
                                             "  3  a photo does not exist\n"
                                             "  4  a photo cannot be read, or is not a picture\n"
@@ -72,6 +80,7 @@ inline constexpr const char* exitCodeHelp = "Exit codes:\n"
                                             "  6  a photo holds more than 100 faces\n"
                                             "  7  a picture could not be written\n"
                                             "  8  the library did not start\n"
+                                            " 11  unexpected failure\n"
                                             "The first problem decides; the other photos are processed all the same.\n";
 
 } // namespace veldan::cli

@@ -3,6 +3,7 @@
 #include "file_bytes.hpp"
 #include "gallery_exchange.hpp"
 #include "gallery_store.hpp"
+#include "printable.hpp"
 
 #include <CLI/CLI.hpp>
 
@@ -35,16 +36,9 @@ std::string photoCount(std::size_t count) {
     return std::to_string(count) + (count == 1 ? " photo" : " photos");
 }
 
-/** Names of photos come from files that others may have made; a terminal gets nothing but text. */
-std::string printable(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
-    return text;
-}
-
 void complain(const std::string& message) {
     std::cout.flush();
-    std::cerr << "veldan: " << message << '\n';
+    std::cerr << "veldan: " << printable(message) << '\n';
 }
 
 void print(const Json& document, bool pretty = true) {
@@ -159,14 +153,14 @@ ExitCode removePersons(const GalleryOptions& options) {
         const std::string& name = options.names.front();
         store.removePhoto(name, chosenPhoto(store, name, options.photo));
         const std::size_t left = store.photosOf(name).size();
-        std::cout << name << ": one photo removed, " << (left == 0 ? "it was the last one" : photoCount(left) + " left")
-                  << '\n';
+        std::cout << printable(name) << ": one photo removed, "
+                  << (left == 0 ? "it was the last one" : photoCount(left) + " left") << '\n';
         return ExitCode::Success;
     }
     ExitCode code = ExitCode::Success;
     for (const std::string& name : options.names) {
         if (const std::size_t photos = store.removePerson(name); photos > 0) {
-            std::cout << name << ": removed, with " << photoCount(photos) << std::endl;
+            std::cout << printable(name) << ": removed, with " << photoCount(photos) << std::endl;
         } else {
             complain(options.gallery + ": there is no \"" + name + "\"");
             code = ExitCode::Missing;
@@ -225,7 +219,7 @@ ExitCode importGallery(const GalleryOptions& options) {
     std::cout << photoCount(imported) << " imported, " << added.size() - imported << " enrolled before, "
               << exported.unusable.size() << " refused\n";
     for (const Unusable& photo : exported.unusable)
-        complain(options.file + ": not imported: " + printable(photo.what) + ": " + photo.reason);
+        complain(options.file + ": not imported: " + photo.what + ": " + photo.reason);
     return exported.unusable.empty() ? ExitCode::Success : ExitCode::Unsuitable;
 }
 

@@ -2,6 +2,7 @@
 
 #include "digest.hpp"
 #include "exit_codes.hpp"
+#include "printable.hpp"
 
 #include <veldan/feature_template.hpp>
 #include <veldan/model_store.hpp>
@@ -133,26 +134,6 @@ EnrolledPhoto photoOf(Statement& row) {
 bool isWhole(Kind kind, const Template& one) {
     std::array<unsigned char, templateBytes> feature{};
     return TzDecode(static_cast<int>(kind), one.data(), static_cast<int>(one.size()), feature.data()) == 0;
-}
-
-/** Length of the UTF-8 character that the text begins with; 0 when it is none. */
-std::size_t characterLength(std::string_view text) {
-    const auto byte = [&](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
-    const unsigned lead = byte(0);
-    if (lead < 0x80)
-        return 1;
-    const std::size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
-    if (lead < 0xc2 || lead > 0xf4)
-        return 0;
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xc0) != 0x80)
-            return 0;
-    }
-    // Spellings that are too long, halves of surrogate pairs, and what lies beyond the last character.
-    const unsigned second = byte(1);
-    const bool outside = (lead == 0xe0 && second < 0xa0) || (lead == 0xed && second > 0x9f) ||
-                         (lead == 0xf0 && second < 0x90) || (lead == 0xf4 && second > 0x8f);
-    return outside ? 0 : length;
 }
 
 } // namespace
@@ -325,17 +306,14 @@ std::string refusalOfName(const std::string& name) {
         return "a name cannot begin or end with a space";
     std::string_view rest(name);
     while (!rest.empty()) {
-        const std::size_t length = characterLength(rest);
-        if (length == 0)
+        const Character character = firstCharacter(rest);
+        if (character.bytes == 0)
             return "a name must be UTF-8";
-        const auto lead = static_cast<unsigned char>(rest.front());
-        const bool control =
-            lead < 0x20 || lead == 0x7f || (lead == 0xc2 && static_cast<unsigned char>(rest[1]) < 0xa0);
-        if (control)
+        if (character.control)
             return "a name cannot hold control characters";
-        if (lead == '/')
+        if (rest.front() == '/')
             return "a name cannot hold a slash";
-        rest.remove_prefix(length);
+        rest.remove_prefix(character.bytes);
     }
     return {};
 }

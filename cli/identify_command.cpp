@@ -5,6 +5,7 @@
 #include "judge.hpp"
 #include "largest_face.hpp"
 #include "photo_run.hpp"
+#include "printable.hpp"
 #include "thresholds.hpp"
 
 #include <CLI/CLI.hpp>
@@ -52,9 +53,9 @@ std::string scores(const JudgedFace& face) {
 std::string identityText(const IdentifiedFace& identified) {
     const VDFACEINFOEX& record = identified.face.record;
     std::ostringstream text;
-    text << (identified.name == nullptr ? "unknown" : *identified.name) << "  " << similarityText(identified.similarity)
-         << "  quality " << record.quality << "  " << scores(identified.face) << "  box (" << record.x << ", "
-         << record.y << ") " << record.width << " x " << record.height;
+    text << (identified.name == nullptr ? "unknown" : printable(*identified.name)) << "  "
+         << similarityText(identified.similarity) << "  quality " << record.quality << "  " << scores(identified.face)
+         << "  box (" << record.x << ", " << record.y << ") " << record.width << " x " << record.height;
     return text.str();
 }
 
@@ -85,7 +86,7 @@ Photo drawn(Photo& photo, const std::vector<IdentifiedFace>& faces) {
 SearchableGallery opened(const std::string& path) {
     SearchableGallery gallery = GalleryStore(path, GalleryStore::Access::Read).searchable();
     for (const std::string& damage : gallery.damaged)
-        std::cerr << "veldan: " << path << ": passed over: " << damage << '\n';
+        std::cerr << "veldan: " << printable(path) << ": passed over: " << printable(damage) << '\n';
     if (gallery.names.empty())
         std::cerr << "veldan: " << path << ": nobody is enrolled\n";
     return gallery;

@@ -1,4 +1,5 @@
 #include "commands.hpp"
+#include "printable.hpp"
 
 #include <CLI/CLI.hpp>
 
@@ -67,7 +68,7 @@ int main(int argc, char** argv) {
             code = ExitCode::NotWritten;
         }
     } catch (const veldan::cli::CommandError& error) {
-        std::cerr << "veldan: " << error.what() << '\n';
+        std::cerr << "veldan: " << veldan::cli::printable(error.what()) << '\n';
         code = error.code();
     } catch (const std::exception& error) {
         std::cerr << "veldan: unexpected failure: " << error.what() << '\n';

@@ -1,5 +1,7 @@
 #include "photo_run.hpp"
 
+#include "printable.hpp"
+
 #include <CLI/CLI.hpp>
 
 #include <exception>
@@ -26,6 +28,8 @@ ExitCode PhotoRun::forEach(const std::function<void(const std::string& path)>& p
                            const std::function<void(Json& document)>& conclude,
                            const std::function<void(Json& document)>& summarise) {
     for (const std::string& path : options_.photos) {
+        if (stopped_)
+            break;
         progress_.next(path);
         path_ = path;
         entry_ = Json::object({{"photo", path}});
@@ -34,6 +38,8 @@ ExitCode PhotoRun::forEach(const std::function<void(const std::string& path)>& p
     }
     progress_.clear();
     Json document = {{"version", VELDAN_VERSION}, {"photos", entries_}};
+    if (stopped_)
+        document["error"] = entries_.back()["error"];
     if (conclude && code_ == ExitCode::Success)
         attempt("", document, [&] { conclude(document); });
     if (summarise)
@@ -60,7 +66,7 @@ void PhotoRun::addFaceCount(const Photo& photo, std::size_t count, double millis
     progress_.clear();
     std::ostringstream time;
     time << std::fixed << std::setprecision(1) << milliseconds;
-    std::cout << path_ << ": " << faceCount(count) << "  (" << photo.width << " x " << photo.height << ", "
+    std::cout << printable(path_) << ": " << faceCount(count) << "  (" << photo.width << " x " << photo.height << ", "
               << time.str() << " ms)\n";
 }
 
@@ -83,14 +89,14 @@ void PhotoRun::draw(const std::function<Photo()>& annotated) {
     photoFiles_.save(picture, path);
     entry_["drawn"] = path.string();
     if (!options_.json)
-        std::cout << "      drawn in " << path.string() << '\n';
+        std::cout << "      drawn in " << printable(path.string()) << '\n';
 }
 
 void PhotoRun::tell(const std::string& line) {
     if (options_.json)
         return;
     progress_.clear();
-    std::cout << line << '\n' << std::flush;
+    std::cout << printable(line) << '\n' << std::flush;
 }
 
 void PhotoRun::refuseCrowd(std::size_t count) {
@@ -106,7 +112,7 @@ void PhotoRun::note(const std::string& message) {
 void PhotoRun::say(const std::string& subject, const std::string& message) {
     progress_.clear();
     std::cout.flush(); // keeps the message behind the lines of the photos before it
-    std::cerr << "veldan: " << subject << (subject.empty() ? "" : ": ") << message << '\n';
+    std::cerr << "veldan: " << printable(subject) << (subject.empty() ? "" : ": ") << printable(message) << '\n';
 }
 
 Json PhotoRun::failure(ExitCode code, const std::string& subject, const std::string& message) {
@@ -119,6 +125,10 @@ Json PhotoRun::failure(ExitCode code, const std::string& subject, const std::str
 void PhotoRun::attempt(const std::string& subject, Json& result, const std::function<void()>& action) {
     try {
         action();
+    } catch (const FatalError& error) {
+        result["error"] = failure(error.code(), subject, error.what());
+        code_ = error.code();
+        stopped_ = true;
     } catch (const CommandError& error) {
         result["error"] = failure(error.code(), subject, error.what());
     } catch (const std::exception& error) {

@@ -38,7 +38,8 @@ public:
 
     /**
      * Calls process for each photo, then, when none failed, conclude, and then summarise in any case; the latter two
-     * may add to the JSON document. The first failure decides the exit code.
+     * may add to the JSON document. The first failure decides the exit code; a FatalError ends it at once and
+     * decides instead.
      */
     ExitCode forEach(const std::function<void(const std::string& path)>& process,
                      const std::function<void(Json& document)>& conclude = {},
@@ -77,6 +78,7 @@ private:
     Json entry_;
     Json entries_ = Json::array();
     ExitCode code_ = ExitCode::Success;
+    bool stopped_ = false;
 };
 
 } // namespace veldan::cli

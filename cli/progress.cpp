@@ -1,5 +1,7 @@
 #include "progress.hpp"
 
+#include "printable.hpp"
+
 #include <iostream>
 #include <unistd.h>
 
@@ -14,7 +16,7 @@ Progress::~Progress() {
 void Progress::next(const std::string& name) {
     ++begun_;
     if (visible_)
-        std::cerr << "\r\033[K[" << begun_ << '/' << total_ << "] " << name << std::flush;
+        std::cerr << "\r\033[K[" << begun_ << '/' << total_ << "] " << printable(name) << std::flush;
 }
 
 void Progress::clear() {
