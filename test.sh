@@ -1,6 +1,6 @@
 #!/bin/bash
 # usage: ./test.sh [--quick]
-# Installs what is missing, builds, and runs all checks. --quick leaves out the sanitizers and clang-tidy.
+# Installs what is missing, builds, and runs all checks. --quick leaves out the sanitizers, clang-tidy and the trainer's tests.
 set -uo pipefail
 cd "$(dirname "$0")"
 
@@ -58,6 +58,11 @@ check_tidy() {
         xargs -0 -n 1 -P "$jobs" clang-tidy -p build/release --quiet --extra-arg-before=-std=c++17 2> >(grep -v 'warnings generated\|^Suppressed' >&2)
 }
 
+# With Debian's Python, which has the packages.
+check_training() {
+    VELDAN_LIBRARY=$PWD/build/release/src/libveldan.so /usr/bin/python3 -m pytest -q -p no:cacheprovider training/tests
+}
+
 build() {
     local preset=$1
     shift
@@ -70,11 +75,13 @@ build() {
     cmake --build --preset "$preset" --parallel "$jobs" "$@"
 }
 
-step "packages" scripts/install_packages.sh test || finish
+step "packages" scripts/install_packages.sh "$($quick && echo quick || echo test)" || finish
 step "format" check_format
 step "build" build release || finish
 step "tests" ctest --preset release --parallel "$jobs"
 if ! $quick; then
+    step "the trainer's tests" check_training
+    step "flake8" flake8
     step "clang-tidy" check_tidy
     step "build with address and undefined sanitizers" build asan &&
         step "tests with address and undefined sanitizers" ctest --preset asan --parallel "$jobs"

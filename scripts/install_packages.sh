@@ -1,14 +1,16 @@
 #!/bin/sh
-# usage: install_packages.sh build|test
-# Installs the Debian packages that building, or building and testing, needs and that are not there yet.
+# usage: install_packages.sh build|quick|test
+# Installs the Debian packages that are not there yet: to build; to build and run ./test.sh --quick; to run all of ./test.sh.
 set -eu
 
 build="cmake ninja-build g++ pkg-config libopencv-dev libcli11-dev nlohmann-json3-dev libssl-dev libexif-dev libsqlite3-dev"
-test="$build binutils ccache clang-format clang-tidy git imagemagick libbenchmark-dev libfaiss-dev libgmock-dev libgtest-dev libzip-dev python3-pil xauth xvfb"
+quick="$build binutils ccache clang-format clang-tidy git imagemagick libbenchmark-dev libfaiss-dev libgmock-dev libgtest-dev libzip-dev python3-pil xauth xvfb"
+test="$quick flake8 python3-numpy python3-opencv python3-protobuf python3-pytest python3-torch"
 case ${1:-} in
     build) wanted=$build ;;
+    quick) wanted=$quick ;;
     test) wanted=$test ;;
-    *) echo "usage: $0 build|test" >&2; exit 2 ;;
+    *) echo "usage: $0 build|quick|test" >&2; exit 2 ;;
 esac
 
 missing=""

@@ -40,15 +40,16 @@ def main():
     parser.add_argument("--single", action="store_true", help="single precision throughout, for processors without bfloat16")
     parser.add_argument("--fresh", action="store_true", help="ignore a checkpoint of an earlier run")
     parser.add_argument("--models", help="folder that the finished network file is also written to, e.g. models")
-    parser.add_argument("--networks", default="models", help="folder of the finished FaceDetect files, for data that the detector "
-                                                              "prepares (default: %(default)s)")
+    parser.add_argument("--networks", default="models", help="folder of the finished FaceDetect files, for data that the detector prepares "
+                                                             "(default: %(default)s)")
     parser.add_argument("--answers", help="folder for the answers that the library's test compares, e.g. tests/data/networks")
     parser.add_argument("--score", type=float, help="uncalibrated score that becomes the library's threshold "
                                                     "(default: chosen on the development photos)")
-    parser.add_argument("--export-only", action="store_true", help="calibrate and write the checkpoint as it is")
+    parser.add_argument("--export-only", action="store_true", help="calibrate and write the checkpoint, or --start, as it is")
+    parser.add_argument("--weights", metavar="FOLDER", help="also write the weights that a later run can --start from, e.g. training/weights")
     args = parser.parse_args()
     import torch
-    from veldan_training import embedding, exporting, networks
+    from veldan_training import embedding, exporting, networks, weights
     torch.set_num_threads(args.threads)
     torch.manual_seed(args.seed)
     trainer = importlib.import_module(f"veldan_training.{TRAINERS[args.network]}")
@@ -59,10 +60,12 @@ def main():
         start_others(args.processes)
     network = defined.Network(args.network)
     if args.export_only:
-        network.load_state_dict(torch.load(os.path.join(args.work, f"{args.network}.checkpoint"))["network"])
+        network.load_state_dict(weights.read(args.start or os.path.join(args.work, f"{args.network}.checkpoint")))
         network.eval()
     else:
         trainer.train(args, network)
+    if args.weights:
+        weights.keep(args.weights, args.network, network)
     exporting.write(args, network, trainer)
 
 

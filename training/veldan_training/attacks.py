@@ -33,7 +33,8 @@ def _wave(rng, shape, period, angle=None, bend=0.0):
     if bend:
         t = yy * np.float32(np.cos(a)) - xx * np.float32(np.sin(a))
         n = float(max(shape[:2]))
-        s = s * np.float32(1 + bend * rng.uniform(-1, 1)) + np.float32(bend * rng.uniform(-1, 1) / n) * s * t + np.float32(bend * rng.uniform(-1, 1) / n) * t * t
+        s = s * np.float32(1 + bend * rng.uniform(-1, 1)) + np.float32(bend * rng.uniform(-1, 1) / n) * s * t \
+            + np.float32(bend * rng.uniform(-1, 1) / n) * t * t
     return s * np.float32(2 * np.pi / period) + np.float32(rng.uniform(0, 6.3))
 
 
@@ -170,7 +171,9 @@ def attack(rng, kind, image, unit, centre=None):
             if kind == "inkjet":
                 x = x + rng.normal(0, rng.uniform(4, 16), x.shape).astype(np.float32)
                 if rng.random() < 0.6:  # passes of the head
-                    x = x * (1 + np.float32(rng.uniform(0.02, 0.09)) * np.cos(_wave(rng, x.shape, unit * rng.uniform(0.02, 0.12), np.pi / 2 * int(rng.integers(2)) + rng.normal(0, 0.05))))[..., None]
+                    depth = np.float32(rng.uniform(0.02, 0.09))
+                    wave = _wave(rng, x.shape, unit * rng.uniform(0.02, 0.12), np.pi / 2 * int(rng.integers(2)) + rng.normal(0, 0.05))
+                    x = x * (1 + depth * np.cos(wave))[..., None]
         x = _paper(rng, x, (0.01, 0.07))
         x = _curl(rng, x, unit)
         if kind == "glossy print" or rng.random() < 0.15:

@@ -111,10 +111,12 @@ def mask(rng, image, points, scenery=None, under_nose=False):
     style = rng.random()
     if style < 0.55:    # flat and pleated, or plain cloth
         outline = [(left, side_top), (middle - 0.2, top + 0.04), (middle, top), (middle + 0.2, top + 0.04), (right, side_top),
-                   (right * 0.97, side_top + 0.5), (middle + 0.48, chin - 0.05), (middle, chin), (middle - 0.48, chin - 0.05), (left * 0.97, side_top + 0.5)]
+                   (right * 0.97, side_top + 0.5), (middle + 0.48, chin - 0.05), (middle, chin), (middle - 0.48, chin - 0.05),
+                   (left * 0.97, side_top + 0.5)]
     elif style < 0.85:  # cup shaped, narrow below
-        outline = [(left * 0.92, side_top + 0.15), (middle - 0.18, top + 0.05), (middle, top - 0.03), (middle + 0.18, top + 0.05), (right * 0.92, side_top + 0.15),
-                   (right * 0.8, side_top + 0.6), (middle + 0.3, chin), (middle, chin + 0.05), (middle - 0.3, chin), (left * 0.8, side_top + 0.6)]
+        outline = [(left * 0.92, side_top + 0.15), (middle - 0.18, top + 0.05), (middle, top - 0.03), (middle + 0.18, top + 0.05),
+                   (right * 0.92, side_top + 0.15), (right * 0.8, side_top + 0.6), (middle + 0.3, chin), (middle, chin + 0.05),
+                   (middle - 0.3, chin), (left * 0.8, side_top + 0.6)]
     else:               # a tube of cloth down to the neck
         outline = [(left * 1.1, side_top), (middle, top), (right * 1.1, side_top), (right * 1.12, chin), (right * 0.9, chin + 0.7),
                    (left * 0.9, chin + 0.7), (left * 1.12, chin)]
@@ -130,7 +132,8 @@ def mask(rng, image, points, scenery=None, under_nose=False):
                  (layer.mean((0, 1)) * rng.uniform(0.6, 1.15)).tolist(), max(1, int(frame.unit * 0.03)), cv2.LINE_AA)
     if rng.random() < 0.12:  # a print or a valve
         c = frame.at(middle + rng.uniform(-0.4, 0.4), rng.uniform(0.8, 1.2))
-        cv2.circle(layer, tuple(np.round(c).astype(int).tolist()), max(1, int(frame.unit * rng.uniform(0.05, 0.2))), _random_colour(rng).tolist(), -1, cv2.LINE_AA)
+        radius = max(1, int(frame.unit * rng.uniform(0.05, 0.2)))
+        cv2.circle(layer, tuple(np.round(c).astype(int).tolist()), radius, _random_colour(rng).tolist(), -1, cv2.LINE_AA)
     layer = _shade(rng, image, frame, layer)
     if rng.random() < 0.6 and style < 0.85:  # straps
         colour = np.clip(layer.mean((0, 1)) * rng.uniform(0.7, 1.3), 0, 255).tolist()

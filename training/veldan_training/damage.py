@@ -116,7 +116,8 @@ def apply(rng, kind, image, box, level):
 
 
 def pose_level(points):
-    """How far the head is turned to the side, from the five points: 0 up to a fifth of the way from the eyes' middle to one eye, 1 when the nose is below an eye."""
+    """How far the head is turned to the side, from the five points: 0 up to a fifth of the way from the eyes' middle to one eye,
+    1 when the nose is below an eye."""
     across = points[1] - points[0]
     offset = np.dot(points[2] - points[:2].mean(0), across) / max(np.dot(across, across) / 2, 1e-6)
     return float(np.clip((abs(offset) - 0.2) / 0.8, 0, 1))

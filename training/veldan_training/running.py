@@ -6,6 +6,8 @@ import time
 import torch
 import torch.distributed
 
+from . import weights
+
 
 def join():
     """(this process's number, how many train the same network together): see train.py's --processes."""
@@ -59,7 +61,7 @@ class Run:
             print(f"continues at step {self.step}", flush=True)
         elif args.start:
             # Another network's checkpoint gives the layers that both have, a narrower one the first channels.
-            own, given = network.state_dict(), torch.load(args.start)["network"]
+            own, given = network.state_dict(), weights.read(args.start)
             fitting = {k: _widened(own[k], v) for k, v in given.items() if k in own and _contains(own[k], v)}
             network.load_state_dict(fitting, strict=False)
             print(f"starts from {len(fitting)} of {len(own)} weights in {args.start}", flush=True)

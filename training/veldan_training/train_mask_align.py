@@ -103,5 +103,5 @@ def report(args, network):
             length = np.hypot(targets[:, 2] - targets[:, 0], targets[:, 3] - targets[:, 1]) / np.sqrt(2)
             off = (got - targets).reshape(-1, 2, 2)
             error = np.hypot(off[..., 0], off[..., 1]).mean(1) / length
-            print(f"  {kind}{', turned' if turn else ''}: {len(group)} faces, median {100 * np.median(error):.2f} %, mean {100 * error.mean():.2f} %, "
-                  f"90 % below {100 * np.quantile(error, 0.9):.2f} %", flush=True)
+            print(f"  {kind}{', turned' if turn else ''}: {len(group)} faces, median {100 * np.median(error):.2f} %, "
+                  f"mean {100 * error.mean():.2f} %, 90 % below {100 * np.quantile(error, 0.9):.2f} %", flush=True)

@@ -38,7 +38,8 @@ def cut(rng, p, plain=False):
 
 
 class Crops(torch.utils.data.IterableDataset):
-    """A third of the crops show a worn mask of a photo, a sixth a painted one, the others bare faces, a third of them with something before the mouth."""
+    """A third of the crops show a worn mask of a photo, a sixth a painted one, the others bare faces, a third of them with something
+    before the mouth."""
 
     def __init__(self, photo_faces, pack_faces, seed):
         self.worn = [f for f in photo_faces if f.mask > 0]
@@ -87,10 +88,12 @@ def development(args, network):
     """Mask logits of the development photos' faces of 40 pixels and more: worn masks, and bare faces as they are and with other things painted on."""
     rng = np.random.default_rng(5)
     found = [f for f in faces.from_photos(args.data, subset="development") if f.side >= 40 and f.mask >= 0]
-    groups = {"worn": [(f, None) for f in found if f.mask == faces.MASKED], "worn below the nose": [(f, None) for f in found if f.mask == faces.INCORRECT],
+    groups = {"worn": [(f, None) for f in found if f.mask == faces.MASKED],
+              "worn below the nose": [(f, None) for f in found if f.mask == faces.INCORRECT],
               "bare beside masks": [(f, None) for f in found if f.mask == faces.BARE and f.pack in ("groups", "mask_close")],
               "bare": [(f, None) for f in found if f.mask == faces.BARE and f.pack not in ("groups", "mask_close")],
-              "painted masks": [(f, "mask") for f in found if f.mask == faces.BARE], "other things": [(f, "other") for f in found if f.mask == faces.BARE]}
+              "painted masks": [(f, "mask") for f in found if f.mask == faces.BARE],
+              "other things": [(f, "other") for f in found if f.mask == faces.BARE]}
     out = {}
     for name, group in groups.items():
         if group:

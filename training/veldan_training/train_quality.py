@@ -143,9 +143,11 @@ def report(args, network):
         at = np.concatenate([np.zeros(len(plain))] + [np.full(len(frontal), level) for level in levels])
         every += columns
         all_levels.append(at[len(plain):])
-        print(f"  {kind}: " + " ".join(f"{v.mean():.0f}" for v in [plain] + columns) + f", rank correlation {-rank_correlation(values, at):.3f}", flush=True)
+        means = " ".join(f"{v.mean():.0f}" for v in [plain] + columns)
+        print(f"  {kind}: {means}, rank correlation {-rank_correlation(values, at):.3f}", flush=True)
     turned = scores(found, [])
     pose = np.array([damage.pose_level(f.points) for f in found])
-    print("  turned heads: " + " ".join(f"{turned[(pose >= a) & (pose < a + 0.2)].mean():.0f}" for a in (0, 0.2, 0.4, 0.6) if ((pose >= a) & (pose < a + 0.2)).any())
-          + f", rank correlation {-rank_correlation(turned, pose):.3f}")
+    by_turn = [turned[(pose >= a) & (pose < a + 0.2)] for a in (0, 0.2, 0.4, 0.6)]
+    means = " ".join(f"{v.mean():.0f}" for v in by_turn if len(v))
+    print(f"  turned heads: {means}, rank correlation {-rank_correlation(turned, pose):.3f}")
     print(f"  all kinds together: rank correlation {-rank_correlation(np.concatenate(every), np.concatenate(all_levels)):.3f}", flush=True)
