@@ -60,8 +60,16 @@ public:
 
     ExitCode code() const { return code_; }
 
+    /** Whether the JSON output tells about it already. */
+    bool inOutput() const { return inOutput_; }
+    CommandError& markInOutput() {
+        inOutput_ = true;
+        return *this;
+    }
+
 private:
     ExitCode code_;
+    bool inOutput_ = false;
 };
 
 /** A failure that everything after it would meet as well: it ends the command at once. */

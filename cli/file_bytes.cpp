@@ -19,7 +19,7 @@ constexpr std::size_t maxFileSize = std::size_t{1} << 30;
 void writeTo(const fs::path& path, int flags, const unsigned char* bytes, std::size_t size) {
     const FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, 0666));
     if (file.get() < 0 || !writeAll(file.get(), bytes, size))
-        throw CommandError(ExitCode::NotWritten, std::string("cannot be written: ") + std::strerror(errno));
+        throw CommandError(ExitCode::NotWritten, "cannot be written: " + reasonOf(errno));
 }
 
 } // namespace
@@ -29,7 +29,7 @@ std::vector<unsigned char> readFile(const std::string& path) {
     if (file.get() < 0) {
         if (errno == ENOENT || errno == ENOTDIR)
             throw CommandError(ExitCode::Missing, "no such file");
-        throw CommandError(ExitCode::Unreadable, std::string("cannot be opened: ") + std::strerror(errno));
+        throw CommandError(ExitCode::Unreadable, "cannot be opened: " + reasonOf(errno));
     }
     std::vector<unsigned char> bytes;
     std::array<unsigned char, 1 << 16> part{};
@@ -40,11 +40,24 @@ std::vector<unsigned char> readFile(const std::string& path) {
         if (length < 0) {
             if (errno == EINTR)
                 continue;
-            throw CommandError(ExitCode::Unreadable, std::string("cannot be read: ") + std::strerror(errno));
+            throw CommandError(ExitCode::Unreadable, "cannot be read: " + reasonOf(errno));
         }
         bytes.insert(bytes.end(), part.data(), part.data() + length);
         if (bytes.size() > maxFileSize)
             throw CommandError(ExitCode::Unreadable, "larger than 1 GiB");
+    }
+}
+
+std::string reasonOf(int error) {
+    switch (error) {
+    case ENOSPC:
+        return "no space left on the device";
+    case EDQUOT:
+        return "the quota of the disk is used up";
+    case EFBIG:
+        return "the file would become larger than the system allows";
+    default:
+        return std::strerror(error);
     }
 }
 

@@ -32,6 +32,9 @@ private:
  */
 std::vector<unsigned char> readFile(const std::string& path);
 
+/** What an error number of the system means, as a message for the user. */
+std::string reasonOf(int error);
+
 /** Writes all bytes. @return false when that failed; errno tells why */
 bool writeAll(int fd, const unsigned char* bytes, std::size_t size);
 

@@ -1,18 +1,25 @@
+#include "arguments.hpp"
 #include "commands.hpp"
+#include "file_bytes.hpp"
 #include "printable.hpp"
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <exception>
 #include <iostream>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace {
 
 using veldan::cli::ExitCode;
 
-ExitCode run(int argc, char** argv) {
+ExitCode run(const std::vector<std::string>& words) {
     CLI::App app{"Finds, judges and recognises faces.", "veldan"};
     app.require_subcommand(1);
     app.set_version_flag("--version", std::string("veldan ") + VELDAN_VERSION);
@@ -24,8 +31,7 @@ ExitCode run(int argc, char** argv) {
                "  veldan enroll --gallery people.db \"Ada Lovelace\" ada.jpg\n"
                "  veldan identify --gallery people.db photo.jpg --draw named.jpg\n"
                "  veldan networks\n"
-               "\"veldan COMMAND --help\" tells more about a command.\n");
-    app.failure_message(CLI::FailureMessage::simple);
+               "\"veldan help COMMAND\" tells more about a command.\n");
 
     veldan::cli::Action action;
     veldan::cli::addDetectCommand(app, action);
@@ -39,39 +45,50 @@ ExitCode run(int argc, char** argv) {
     veldan::cli::addVersionCommand(app, action);
     veldan::cli::addWatchCommand(app, action);
 
+    return veldan::cli::parseArguments(app, words) ? action() : ExitCode::Success;
+}
+
+/** A document of its own for a failure that left no other one. */
+void printFailure(ExitCode code, const std::string& message) {
+    const nlohmann::ordered_json document = {
+        {"version", VELDAN_VERSION},
+        {"error", {{"name", veldan::cli::exitCodeName(code)}, {"code", static_cast<int>(code)}, {"message", message}}}};
+    std::cout << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+}
+
+ExitCode guarded(const std::vector<std::string>& words) {
+    const bool json = veldan::cli::asksForJson(words);
     try {
-        app.parse(argc, argv);
-    } catch (const CLI::RequiredError& error) {
-        // A mistyped command counts as a missing one; the word itself helps more.
-        if (const std::vector<std::string> words = app.remaining(true); !words.empty()) {
-            std::cerr << "There is no command \"" << words.front() << "\"\nRun with --help for more information.\n";
-            return ExitCode::Usage;
-        }
-        app.exit(error);
-        return ExitCode::Usage;
-    } catch (const CLI::ParseError& error) {
-        // Help and version end parsing the same way as a mistake does; only the latter has a code of its own.
-        return app.exit(error) == 0 ? ExitCode::Success : ExitCode::Usage;
+        return run(words);
+    } catch (const veldan::cli::CommandError& error) {
+        std::cout.flush(); // keeps the message behind what was printed before it
+        std::cerr << "veldan: " << veldan::cli::printable(error.what()) << '\n';
+        if (const auto* usage = dynamic_cast<const veldan::cli::UsageError*>(&error))
+            std::cerr << "veldan: \"" << usage->command() << " --help\" tells more\n";
+        if (json && !error.inOutput())
+            printFailure(error.code(), error.what());
+        return error.code();
+    } catch (const std::exception& error) {
+        const std::string message = std::string("unexpected failure: ") + error.what();
+        std::cerr << "veldan: " << veldan::cli::printable(message) << '\n';
+        if (json)
+            printFailure(ExitCode::Internal, message);
+        return ExitCode::Internal;
     }
-    return action();
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    ExitCode code = ExitCode::Internal;
-    try {
-        code = run(argc, argv);
-        // A full disk or a closed pipe shows only when the text leaves the buffer.
-        if (!std::cout.flush()) {
-            std::cerr << "veldan: the output could not be written\n";
-            code = ExitCode::NotWritten;
-        }
-    } catch (const veldan::cli::CommandError& error) {
-        std::cerr << "veldan: " << veldan::cli::printable(error.what()) << '\n';
-        code = error.code();
-    } catch (const std::exception& error) {
-        std::cerr << "veldan: unexpected failure: " << error.what() << '\n';
+    std::signal(SIGXFSZ, SIG_IGN); // a limit on the size of files is a failure to report, not one to die of
+    ExitCode code = guarded({argv + 1, argv + std::max(argc, 1)});
+    // A full disk or a closed pipe shows only when the text leaves the buffer.
+    if (!std::cout.flush()) {
+        // What the stream met is long overwritten; a byte more meets it again.
+        const bool again = ::write(STDOUT_FILENO, "\n", 1) < 0;
+        std::cerr << "veldan: the output could not be written" << (again ? ": " + veldan::cli::reasonOf(errno) : "")
+                  << '\n';
+        code = ExitCode::NotWritten;
     }
     return static_cast<int>(code);
 }

@@ -123,7 +123,7 @@ ExitCode inform(const TemplateOptions& options) {
     print(options.file, report, options.json);
     if (!report.damage.empty()) {
         std::cout.flush();
-        throw CommandError(ExitCode::Unreadable, options.file + ": " + report.damage);
+        throw CommandError(ExitCode::Unreadable, options.file + ": " + report.damage).markInOutput();
     }
     return ExitCode::Success;
 }

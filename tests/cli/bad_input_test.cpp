@@ -125,18 +125,33 @@ void PrintTo(const Mistake& mistake, std::ostream* out) {
 
 class WrongUsage : public testing::TestWithParam<Mistake> {};
 
+// In JSON the error is the whole document.
 TEST_P(WrongUsage, IsRefusedWithAMessage) {
-    const CommandResult result = runVeldan(GetParam().arguments);
+    CommandResult result = runVeldan(GetParam().arguments);
     EXPECT_EQ(result.exitCode, GetParam().exitCode);
+    EXPECT_EQ(result.errors.rfind("veldan: ", 0), 0u);
     EXPECT_THAT(result.errors, HasSubstr(GetParam().message));
     EXPECT_EQ(result.output, "");
+
+    std::vector<std::string> arguments = GetParam().arguments;
+    arguments.insert(arguments.begin() + (arguments.empty() ? 0 : 1), "--json");
+    result = runVeldan(arguments);
+    EXPECT_EQ(result.exitCode, GetParam().exitCode);
+    const auto error = nlohmann::json::parse(result.output).at("error");
+    EXPECT_EQ(error.at("code"), GetParam().exitCode);
+    EXPECT_EQ(result.errors.rfind("veldan: " + error.at("message").get<std::string>() + "\n", 0), 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Kinds, WrongUsage,
-    testing::Values(Mistake{{}, 2, "subcommand is required"}, Mistake{{"detekt"}, 2, "no command \"detekt\""},
+    testing::Values(Mistake{{}, 2, "a command is required"},
+                    Mistake{{"detekt"}, 2, "no command \"detekt\"; did you mean detect?"},
                     Mistake{{"detect"}, 2, "PHOTO is required"},
-                    Mistake{{"detect", "--colour", astronaut}, 2, "--colour"},
+                    Mistake{{"detect", "--colour", astronaut}, 2, "unknown option --colour\n"},
+                    Mistake{{"watch", "--galery", "g.db", "0"}, 2, "unknown option --galery; did you mean --gallery?"},
+                    Mistake{{"match", "a", "b", "c"}, 2, "unexpected argument \"c\""},
+                    Mistake{{"detect", astronaut, "--draw", ""}, 2, "--draw: is empty"},
+                    Mistake{{"detect", "--draw=", astronaut}, 2, "--draw: is empty"},
                     Mistake{{"detect", astronaut, "--draw", "out.xyz"}, 2, "known extension"},
                     Mistake{{"detect", astronaut, astronaut, "--draw", astronaut}, 7, "not a folder"},
                     Mistake{{"inspect"}, 2, "PHOTO is required"},

@@ -58,6 +58,7 @@ TEST_P(Help, ShowsExamples) {
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_THAT(result.output, HasSubstr("Examples:\n  veldan " + std::string(GetParam())));
     EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(runVeldan({"help", GetParam()}).output, result.output);
 }
 
 INSTANTIATE_TEST_SUITE_P(Commands, Help, testing::Values("detect", "inspect", "networks", "version"));
@@ -65,7 +66,7 @@ INSTANTIATE_TEST_SUITE_P(Commands, Help, testing::Values("detect", "inspect", "n
 TEST(Output, ThatCannotBeWrittenIsAnError) {
     const CommandResult result = runVeldan({"version"}, "/dev/null", "/dev/full");
     EXPECT_EQ(result.exitCode, 7);
-    EXPECT_THAT(result.errors, HasSubstr("could not be written"));
+    EXPECT_THAT(result.errors, HasSubstr("could not be written: no space left on the device"));
 }
 
 } // namespace
