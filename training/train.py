@@ -33,9 +33,17 @@ def main():
     parser.add_argument("--steps", type=int, help="length of the schedule (default: the network's own)")
     parser.add_argument("--rate", type=float, help="highest learning rate (default: the network's own)")
     parser.add_argument("--start", metavar="CHECKPOINT", help="begin a new schedule from the weights of an earlier run")
+    parser.add_argument("--minutes", type=float, help="stop after so many, with a checkpoint that the same command continues from")
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--threads", type=int, default=1, help="of torch")
     parser.add_argument("--processes", type=int, default=1, help="that train together, each on its part of a batch (recognizers only)")
+    parser.add_argument("--shape", help="of a recognizer, see SHAPES in embedding.py (default: as shipped)")
+    parser.add_argument("--faces", default="training/work/faces", help="folder of make_faces.py (recognizers only; default: %(default)s)")
+    parser.add_argument("--device", default="cpu", help="of torch, e.g. cuda: trains there and exports nothing, which --export-only does "
+                                                        "afterwards (recognizers only)")
+    parser.add_argument("--compile", action="store_true", help="let torch compile the network, where it can (recognizers only)")
+    parser.add_argument("--batch", type=int, help="crops a step (recognizers only; default: 128)")
+    parser.add_argument("--tail", type=float, default=4.0, help="weight of the most similar other faces (recognizers only; default: %(default)s)")
     parser.add_argument("--workers", type=int, default=1, help="processes that prepare batches")
     parser.add_argument("--single", action="store_true", help="single precision throughout, for processors without bfloat16")
     parser.add_argument("--fresh", action="store_true", help="ignore a checkpoint of an earlier run")
@@ -53,19 +61,23 @@ def main():
     torch.set_num_threads(args.threads)
     torch.manual_seed(args.seed)
     trainer = importlib.import_module(f"veldan_training.{TRAINERS[args.network]}")
-    defined = embedding if args.network in embedding.DEFINITIONS else networks
-    if args.processes > 1 and defined is not embedding:
-        parser.error("--processes: only the recognizers divide their batches")
+    shapes = embedding.SHAPES.get(args.network)
+    if (args.processes > 1 or args.device != "cpu") and not shapes:
+        parser.error("--processes, --device: only for the recognizers")
     if args.processes > 1 and not args.export_only and "RANK" not in os.environ:
         start_others(args.processes)
-    network = defined.Network(args.network)
+    if args.shape and args.shape not in (shapes or ()):
+        parser.error(f"--shape: {args.network} has no shape {args.shape}")
+    network = embedding.Network(shapes[args.shape or next(iter(shapes))]) if shapes else networks.Network(args.network)
     if args.export_only:
         network.load_state_dict(weights.read(args.start or os.path.join(args.work, f"{args.network}.checkpoint")))
         network.eval()
     else:
-        trainer.train(args, network)
+        trainer.train(args, network.to(args.device))
     if args.weights:
         weights.keep(args.weights, args.network, network)
+    if args.device != "cpu":
+        return
     exporting.write(args, network, trainer)
 
 

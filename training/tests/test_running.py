@@ -4,7 +4,7 @@ import argparse
 import pytest
 import torch
 
-from veldan_training import networks, running, weights
+from veldan_training import embedding, networks, running, weights
 
 
 def arguments(folder, **others):
@@ -55,6 +55,25 @@ def test_a_wider_network_begins_with_the_narrower_ones_answers(tmp_path, monkeyp
     with torch.no_grad():
         for a, b in zip(before(x), after.eval()(x)):
             torch.testing.assert_close(a, b, rtol=1e-4, atol=1e-4)
+
+
+def test_a_wider_branched_recognizer_too(tmp_path, randomised):
+    before = randomised(embedding.Network(embedding.bare(((16, 1), (32, 2)), wide=32)))
+    weights.keep(str(tmp_path), "narrow", before)
+    after = embedding.Network(embedding.bare(((24, 1), (48, 2)), wide=64, stem=24))
+    running.Run(arguments(tmp_path, start=str(tmp_path / "narrow.checkpoint")), after, steps=1, rate=1e-3)
+    after.eval()
+    x = torch.randn(2, 3, embedding.CROP, embedding.CROP)
+    with torch.no_grad():
+        torch.testing.assert_close(before(x), after(x), rtol=1e-4, atol=1e-4)
+    assert embedding.check_export(after, *embedding.export(after)) < 1e-4
+
+
+def test_a_run_stops_when_its_minutes_are_over(tmp_path):
+    run = running.Run(arguments(tmp_path, minutes=1e-9), networks.Network("FaceQuality"), steps=9, rate=1e-2)
+    with pytest.raises(SystemExit, match="step 1"):
+        steps(run, run.network, 9)
+    assert running.Run(arguments(tmp_path), networks.Network("FaceQuality"), steps=9, rate=1e-2).step == 1
 
 
 def test_kept_weights_are_those_of_the_exported_network(tmp_path, randomised):

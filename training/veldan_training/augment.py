@@ -40,6 +40,31 @@ def resolution(rng, image, strength=1.0):
     return image
 
 
+def camera(rng, image):
+    """What a poor or distant camera leaves of a face; one or two of: few pixels, blur of the lens or of motion, hard compression,
+    darkness with noise."""
+    h, w = image.shape[:2]
+    for kind in rng.choice(4, int(rng.integers(1, 3)), replace=False, p=(0.3, 0.3, 0.25, 0.15)):
+        if kind == 0:
+            small = int(rng.integers(18, 64))
+            how = cv2.INTER_AREA if rng.random() < 0.5 else cv2.INTER_LINEAR
+            image = cv2.resize(cv2.resize(image, (small, small), interpolation=how), (w, h), interpolation=cv2.INTER_LINEAR)
+        elif kind == 1 and rng.random() < 0.5:
+            image = cv2.GaussianBlur(image, (0, 0), rng.uniform(0.8, 3.0))
+        elif kind == 1:
+            length, angle = int(rng.integers(3, 12)), rng.uniform(0, 180)
+            line = np.zeros((length, length), np.float32)
+            line[length // 2] = 1
+            line = cv2.warpAffine(line, cv2.getRotationMatrix2D(((length - 1) / 2,) * 2, angle, 1), (length, length))
+            image = cv2.filter2D(image, -1, line / line.sum(), borderType=cv2.BORDER_REFLECT)
+        elif kind == 2:
+            image = cv2.imdecode(cv2.imencode(".jpg", image, [cv2.IMWRITE_JPEG_QUALITY, int(rng.integers(8, 40))])[1], 1)
+        else:
+            dark = image * rng.uniform(0.12, 0.5) + rng.normal(0, rng.uniform(1, 7), image.shape)
+            image = np.clip(dark, 0, 255).astype(np.uint8)
+    return image
+
+
 def occlude(rng, image, box):
     """A patch over a part of the face; box: left, top, width, height in the crop. Flat colour, noise or a piece of the crop."""
     h, w = image.shape[:2]

@@ -61,6 +61,9 @@ class NetWriter:
     def relu(self, name, x):
         return self._layer(name, "ReLU", [x])
 
+    def prelu(self, name, x, slopes):
+        return self._layer(name, "PReLU", [x], weights=[slopes])
+
     def add(self, name, x, y):
         return self._layer(name, "Eltwise", [x, y], parameters="eltwise_param { operation: SUM }")
 

@@ -3,6 +3,10 @@
 A thin residual network of plain 3 x 3 convolutions: depthwise layers, the usual choice at this size, are what a processor
 without an accelerator is slow at. Few channels where the maps are large, because there a convolution is limited by memory;
 multiples of 16 everywhere, because vector registers are.
+
+Two kinds of blocks. A residual one adds its input to two convolutions. A branched one is trained as three branches, a 3 x 3 and a
+1 x 1 convolution and the input itself, each with batch normalisation; all three are linear, so that a single 3 x 3 convolution
+is shipped. It costs half of a residual block, without the sum, and a network twice as deep can still be trained.
 """
 import numpy as np
 import torch
@@ -17,20 +21,32 @@ PAINTED_FROM = 56
 
 
 class Definition:
-    """stages: (channels, channels inside each residual block); each stage halves the size first. rows: how many of the crop's rows
-    are looked at. mirrored: in use, the answer is the mean over the crop and its mirror image; training sees either alone."""
+    """stages: (channels, blocks); each stage halves the size first. A block of a residual stage is its channels inside, of a branched
+    one nothing but a block, so that their number is given. rows: how many of the crop's rows are looked at. mirrored: in
+    use, the answer is the mean over the crop and its mirror image; training sees either alone."""
 
     def __init__(self, name, version, output, stages, rows=CROP, stem=16, wide=256, mirrored=False):
         self.name, self.version, self.output, self.rows, self.mirrored = name, version, output, rows, mirrored
         self.stem, self.stages, self.wide = stem, stages, wide
 
 
-DEFINITIONS = {
+def bare(stages, **changes):
+    return Definition("FaceRecog", "5_0_0", "fc1_scale", stages, **changes)
+
+
+def masked(stages, **changes):
+    return Definition("FaceMaskRecog", "5_2_0", "pre_fc1", stages, rows=PAINTED_FROM, **changes)
+
+
+# Of each network the shape that is shipped, then others to choose from.
+SHAPES = {
     # A block on the 14 x 14 maps tells more than the same weights on 7 x 7; the last two are narrow so that the file stays small.
-    "FaceRecog": Definition("FaceRecog", "5_0_0", "fc1_scale", ((48, (48,)), (96, (96, 96)), (128, (96, 80)))),
-    # The painted half says nothing: it is cut off first, and the work goes twice into the other half.
-    "FaceMaskRecog": Definition("FaceMaskRecog", "5_2_0", "pre_fc1", ((48, (48,)), (96, (96,)), (128, (128, 128))),
-                                rows=PAINTED_FROM, wide=192, mirrored=True),
+    "FaceRecog": {"residual": bare(((48, (48,)), (96, (96, 96)), (128, (96, 80)))),
+                  "deep": bare(((48, 2), (96, 10), (160, 2)), wide=384)},
+    # The painted half says nothing: it is cut off first, and the work goes twice into the other half: into the mirror image, or into
+    # channels.
+    "FaceMaskRecog": {"residual": masked(((48, (48,)), (96, (96,)), (128, (128, 128))), wide=192, mirrored=True),
+                      "deep": masked(((64, 2), (128, 10), (160, 2)), wide=384)},
 }
 
 
@@ -39,19 +55,55 @@ def _unit(inputs, outputs, kernel, stride=1, groups=1):
     return nn.Sequential(nn.Conv2d(inputs, outputs, kernel, stride, pad, groups=groups, bias=False), nn.BatchNorm2d(outputs))
 
 
+class Branches(nn.Module):
+    """What folded() makes one 3 x 3 convolution of."""
+
+    def __init__(self, inputs, outputs, stride=1):
+        super().__init__()
+        self.three, self.one = _unit(inputs, outputs, 3, stride), _unit(inputs, outputs, 1, stride)
+        self.same = nn.BatchNorm2d(outputs) if inputs == outputs and stride == 1 else None
+
+    def forward(self, x):
+        y = self.three(x) + self.one(x)
+        return y if self.same is None else y + self.same(x)
+
+    def folded(self):
+        """(weight, bias)"""
+        weight, bias = (v.astype(np.float64) for v in networks.fold(*self.three))
+        one, its_bias = networks.fold(*self.one)
+        weight[:, :, 1, 1] += one[:, :, 0, 0]
+        bias += its_bias
+        if self.same is not None:
+            n = self.same
+            scale = n.weight.detach().double() / torch.sqrt(n.running_var.double() + n.eps)
+            weight[:, :, 1, 1] += np.diag(scale.numpy())
+            bias += (n.bias.detach().double() - n.running_mean.double() * scale).numpy()
+        return weight.astype(np.float32), bias.astype(np.float32)
+
+
+def folded(unit):
+    return unit.folded() if isinstance(unit, Branches) else networks.fold(*unit)
+
+
 class Network(nn.Module):
     """Input: n x 3 x 112 x 112, (pixel - 127.5) / 128, red, green, blue. Output: n x 128, not normalised."""
 
-    def __init__(self, name):
+    def __init__(self, definition):
         super().__init__()
-        d = self.definition = DEFINITIONS[name]
+        d = self.definition = definition
         self.units = nn.ModuleDict({"conv1": _unit(3, d.stem, 3, 2)})
         self.order = [("conv", "conv1")]
         channels, size = d.stem, np.array([d.rows, CROP]) // 2
         for s, (out, blocks) in enumerate(d.stages, 2):
-            self.units[f"conv{s}"] = _unit(channels, out, 3, 2)
+            branched = isinstance(blocks, int)
+            self.units[f"conv{s}"] = Branches(channels, out, 2) if branched else _unit(channels, out, 3, 2)
             self.order.append(("conv", f"conv{s}"))
             channels, size = out, (size + 1) // 2
+            if branched:
+                for b in range(1, blocks + 1):
+                    self.units[f"conv{s}_{b}"] = Branches(channels, channels)
+                    self.order.append(("conv", f"conv{s}_{b}"))
+                continue
             for b, inside in enumerate(blocks, 1):
                 self.units[f"conv{s}_{b}a"] = _unit(channels, inside, 3)
                 self.units[f"conv{s}_{b}b"] = _unit(inside, channels, 3)
@@ -74,7 +126,7 @@ class Network(nn.Module):
         x = x[:, :, :self.definition.rows]
         both = self.definition.mirrored and not self.training
         x = (torch.cat([x, x.flip(3)]) if both else x).contiguous(memory_format=torch.channels_last)
-        with torch.autocast("cpu", dtype=torch.bfloat16, enabled=self.bfloat16 and self.training):
+        with torch.autocast(x.device.type, dtype=torch.bfloat16, enabled=self.bfloat16 and self.training):
             for kind, name in self.order:
                 if kind == "conv":
                     x = torch.relu_(self.units[name](x))
@@ -85,8 +137,23 @@ class Network(nn.Module):
         return self.fc(torch.stack(x.chunk(2)).mean(0) if both else x.float())
 
 
-def base_name(name):
-    return f"VELDAN_V{DEFINITIONS[name].version}_{name}"
+def base_name(definition):
+    return f"VELDAN_V{definition.version}_{definition.name}"
+
+
+def cost(definition):
+    """(multiplications of one answer in millions, weights of the shipped file in millions)"""
+    network, products = Network(definition), 0
+    size = np.array([definition.rows, CROP])
+    for _, name in network.order:
+        for unit in ([network.units[name]] if name in network.units else [network.units[f"{name}a"], network.units[f"{name}b"]]):
+            convolution = unit.three[0] if isinstance(unit, Branches) else unit[0]
+            size = -(-size // convolution.stride[0])
+            products += convolution.weight.numel() * int(size.prod())
+    pool = network.units["pool"][0].weight.numel()
+    products = (products + pool) * (2 if definition.mirrored else 1) + network.fc.weight.numel()
+    shipped = sum(p.numel() for n, p in network.named_parameters() if ".one." not in n and ".same." not in n)
+    return products / 1e6, shipped / 1e6
 
 
 def export(network):
@@ -101,9 +168,9 @@ def export(network):
         x = n.batch("both", x, n.mirrored("mirror", x, CROP))
 
     def unit(name, x):
-        convolution = network.units[name][0]
-        weight, bias = networks.fold(*network.units[name])
-        return n.conv(name, x, weight, bias, convolution.stride[0], convolution.padding[0], convolution.groups)
+        unit = network.units[name]
+        convolution = unit.three[0] if isinstance(unit, Branches) else unit[0]
+        return n.conv(name, x, *folded(unit), convolution.stride[0], convolution.padding[0], convolution.groups)
 
     for kind, name in network.order:
         if kind == "conv":

@@ -57,7 +57,7 @@ def write(args, network, trainer):
     shift, moved = {}, "not calibrated"
     if hasattr(trainer, "report"):
         trainer.report(args, network)
-    if args.network in embedding.DEFINITIONS:
+    if args.network in embedding.SHAPES:
         _write_embedding(args, network)
         return
     if args.network in SCORE_HEAD:
@@ -75,7 +75,7 @@ def write(args, network, trainer):
 
 
 def _write_embedding(args, network):
-    base = embedding.base_name(args.network)
+    base = embedding.base_name(network.definition)
     weights, text = embedding.export(network)
     error = embedding.check_export(network, weights, text)
     _keep(args, f"{base}_Model.caffemodel", weights)

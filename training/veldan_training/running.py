@@ -53,8 +53,9 @@ class Run:
         self.optimizer = torch.optim.AdamW([{"params": decay, "weight_decay": weight_decay},
                                             {"params": other, "weight_decay": 0.0}], lr=rate)
         self.step, self.means, self.saved = 0, {}, time.time()
+        self.until = time.time() + 60 * (getattr(args, "minutes", None) or float("inf"))
         if os.path.exists(self.path) and not args.fresh:
-            state = torch.load(self.path)
+            state = torch.load(self.path, map_location="cpu")
             network.load_state_dict(state["network"])
             self.optimizer.load_state_dict(state["optimizer"])
             self.step = state["step"]
@@ -62,7 +63,7 @@ class Run:
         elif args.start:
             # Another network's checkpoint gives the layers that both have, a narrower one the first channels.
             own, given = network.state_dict(), weights.read(args.start)
-            fitting = {k: _widened(own[k], v) for k, v in given.items() if k in own and _contains(own[k], v)}
+            fitting = {k: _widened(own[k].cpu(), v) for k, v in given.items() if k in own and _contains(own[k], v)}
             network.load_state_dict(fitting, strict=False)
             print(f"starts from {len(fitting)} of {len(own)} weights in {args.start}", flush=True)
 
@@ -84,6 +85,9 @@ class Run:
                 print(f"step {self.step}/{self.steps}  {text}  {pace:.1f} steps/s", flush=True)
             if time.time() - self.saved > 120:
                 self.save()
+            if time.time() > self.until and self.step < self.steps:
+                self.save()
+                raise SystemExit(f"stopped at step {self.step}; the same command continues")
 
     def descend(self, loss, **shown):
         self.optimizer.zero_grad(set_to_none=True)

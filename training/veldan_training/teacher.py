@@ -45,11 +45,18 @@ class Teacher(nn.Module):
                 x = torch.relu(x)
         return x.flatten(1).float()
 
+    @property
+    def device(self):
+        return self.mean.device
+
     @torch.no_grad()
+    def embed_pixels(self, x):
+        """x: n x 3 x 112 x 112, 0 to 255, red, green, blue, on the teacher's device. Returns n x 128 of length one."""
+        x = ((x - self.mean) / self.std).to(self.type)
+        return nn.functional.normalize(self._forward(x.contiguous(memory_format=torch.channels_last)))
+
     def embed(self, crops):
-        """crops: n x 112 x 112 x 3 bytes, red, green, blue. Returns n x 128 of length one."""
-        out = []
-        for part in torch.from_numpy(np.ascontiguousarray(crops)).split(BATCH):
-            x = ((part.permute(0, 3, 1, 2).float() - self.mean) / self.std).to(self.type)
-            out.append(nn.functional.normalize(self._forward(x.contiguous(memory_format=torch.channels_last))))
-        return torch.cat(out)
+        """crops: n x 112 x 112 x 3 bytes. Returns n x 128 of length one, in main memory."""
+        size = BATCH if self.device.type == "cpu" else 64 * BATCH
+        return torch.cat([self.embed_pixels(part.to(self.device).permute(0, 3, 1, 2).float()).cpu()
+                          for part in torch.from_numpy(np.ascontiguousarray(crops)).split(size)])
