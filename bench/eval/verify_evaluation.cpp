@@ -1,3 +1,5 @@
+#include "../../cli/thresholds.hpp"
+#include "csv_table.hpp"
 #include "evaluations.hpp"
 #include "library.hpp"
 #include "pack_photos.hpp"
@@ -12,12 +14,15 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <iostream>
 #include <map>
 #include <memory>
 #include <optional>
+#include <random>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -34,6 +39,8 @@ struct Options {
     int threads = 1;
     std::string draw;
     std::string painted;
+    std::vector<std::string> others;
+    std::size_t enrolled = 1000;
     bool json = false;
 };
 
@@ -57,6 +64,28 @@ const std::vector<Comparison> comparisons = {
      MaskedEnrolled, Painted},
 };
 
+using Templates = std::array<std::optional<Library::Template>, Forms>;
+
+/** A photo of MORE/NAME.csv, in the folder MORE/NAME. */
+struct OtherPhoto {
+    std::filesystem::path folder;
+    std::string file;
+};
+
+/** Those of the validation split, in an order that mixes the lists and is always the same. */
+std::vector<OtherPhoto> readOthers(const std::vector<std::string>& lists) {
+    std::vector<OtherPhoto> photos;
+    for (const std::string& list : lists)
+        readTable(list, 4, [&](const TableRow& row) {
+            if (row.text(3) == "val")
+                photos.push_back({fs::path(list).replace_extension(), row.text(0)});
+        });
+    std::mt19937 random(1);
+    for (std::size_t i = photos.size(); i > 1; --i)
+        std::swap(photos[i - 1], photos[random() % i]);
+    return photos;
+}
+
 class VerifyEvaluation {
 public:
     explicit VerifyEvaluation(const Options& options) : options_(options), people_(readPeople(options.folder)) {}
@@ -68,14 +97,17 @@ public:
                 fs::create_directories(folder);
         }
         extractAll();
+        extractOthers();
         for (const Comparison& comparison : comparisons) {
             Measured measured{
-                comparison, scores(comparison, people_.pairs), scores(comparison, allPairs(people_)), {}, {}};
+                comparison, scores(comparison, people_.pairs), scores(comparison, allPairs(people_)), {}, {}, {}};
             measured.listed = verifyFigures(measured.listedScores, falseMatchRates);
             measured.all = verifyFigures(measured.allScores, falseMatchRates);
             if (!options_.draw.empty())
                 drawScoreHistogram(fs::path(options_.draw) / (fileName(comparison.name) + ".png"), measured.allScores,
                                    "Similarity: " + comparison.name);
+            if (!others_.empty())
+                measured.searched = searches(comparison);
             measured_.push_back(std::move(measured));
         }
         if (options_.json)
@@ -91,6 +123,7 @@ private:
         PairScores allScores;
         VerifyFigures listed;
         VerifyFigures all;
+        std::optional<IdentificationFigures> searched;
     };
 
     static std::string fileName(std::string name) {
@@ -104,34 +137,96 @@ private:
         std::size_t seen = 0;
         for (const std::string& file : people_.files) {
             showProgress("photos", ++seen, people_.files.size());
-            auto& templates = templates_[file];
+            Templates& templates = templates_[file];
             cv::Mat picture = decodePicture(source->read(file), file);
-            Library::Answer answer = library_.detect(picture);
-            if (answer.faces.empty()) {
+            if (!extractBare(picture, templates)) {
                 ++missed_;
                 continue;
             }
-            VDFACEINFOEX& face = answer.faces[0];
-            templates[Bare] = library_.extract(picture, face, Library::Extraction::Bare);
-            templates[Masked] = library_.extract(picture, face, Library::Extraction::Masked);
-            templates[MaskedEnrolled] = library_.extract(picture, face, Library::Extraction::MaskedEnrolment);
-            paintMask(picture, pointsOf(face));
-            extractPainted(file, picture, templates);
+            const std::optional<int> maskScore = extractPainted(picture, templates);
+            missedPainted_ += maskScore ? 0U : 1U;
+            judgedMasked_ += maskScore.value_or(0) >= cli::maskedFrom ? 1U : 0U;
+            if (maskScore && !options_.painted.empty())
+                cv::imwrite((fs::path(options_.painted) / (fs::path(file).stem().string() + ".jpg")).string(), picture);
         }
     }
 
-    void extractPainted(const std::string& file, cv::Mat& picture,
-                        std::array<std::optional<Library::Template>, Forms>& templates) {
-        Library::Answer answer = library_.detect(picture);
-        if (answer.faces.empty()) {
-            ++missedPainted_;
-            return;
+    void extractOthers() {
+        const std::vector<OtherPhoto> photos = readOthers(options_.others);
+        std::size_t seen = 0;
+        for (const OtherPhoto& photo : photos) {
+            showProgress("others", ++seen, photos.size());
+            const auto source = openPhotos(photo.folder.parent_path(), photo.folder.filename().string());
+            cv::Mat picture = decodePicture(source->read(photo.file), photo.file);
+            Templates templates;
+            if (!extractBare(picture, templates))
+                continue;
+            extractPainted(picture, templates);
+            others_.push_back(std::move(templates));
         }
+        if (!photos.empty() && others_.empty())
+            throw std::runtime_error("no face in any photo of --others");
+    }
+
+    /** All templates of the largest face, and a mask painted over it. False when there is none. */
+    bool extractBare(cv::Mat& picture, Templates& templates) {
+        Library::Answer answer = library_.detect(picture);
+        if (answer.faces.empty())
+            return false;
+        VDFACEINFOEX& face = answer.faces[0];
+        templates[Bare] = library_.extract(picture, face, Library::Extraction::Bare);
+        templates[Masked] = library_.extract(picture, face, Library::Extraction::Masked);
+        templates[MaskedEnrolled] = library_.extract(picture, face, Library::Extraction::MaskedEnrolment);
+        paintMask(picture, pointsOf(face));
+        return true;
+    }
+
+    /** The mask score, when a face is found under the mask. */
+    std::optional<int> extractPainted(cv::Mat& picture, Templates& templates) {
+        Library::Answer answer = library_.detect(picture);
+        if (answer.faces.empty())
+            return std::nullopt;
         library_.scoreMask(picture, answer.faces[0]);
-        judgedMasked_ += answer.faces[0].maskScore >= 41 ? 1U : 0U;
         templates[Painted] = library_.extract(picture, answer.faces[0], Library::Extraction::Masked);
-        if (!options_.painted.empty())
-            cv::imwrite((fs::path(options_.painted) / (fs::path(file).stem().string() + ".jpg")).string(), picture);
+        return answer.faces[0].maskScore;
+    }
+
+    /** Enrolled are everybody's first photo with a face, then others until there are as many as asked for; searched are
+     * all other photos. */
+    IdentificationFigures searches(const Comparison& comparison) {
+        const bool bare = comparison.first == Bare;
+        std::vector<const Library::Template*> gallery;
+        std::map<std::string, std::size_t> place;
+        std::vector<std::pair<std::optional<std::size_t>, const Templates*>> probes;
+        for (const std::string& file : people_.files) {
+            const Templates& templates = templates_.at(file);
+            const std::string& person = people_.person.at(file);
+            if (place.count(person) > 0)
+                probes.emplace_back(place.at(person), &templates);
+            else if (templates[comparison.first]) {
+                place[person] = gallery.size();
+                gallery.push_back(&*templates[comparison.first]);
+            }
+        }
+        for (const Templates& other : others_) {
+            if (gallery.size() < options_.enrolled)
+                gallery.push_back(&*other[comparison.first]);
+            else
+                probes.emplace_back(std::nullopt, &other);
+        }
+        IdentificationFigures figures;
+        figures.threshold =
+            static_cast<float>(bare ? cli::recognitionThreshold : cli::maskedRecognitionThreshold) / 100.0F;
+        for (const auto& [own, probe] : probes) {
+            std::vector<float> similarities;
+            if (const auto& feature = (*probe)[comparison.second]) {
+                for (const Library::Template* enrolled : gallery)
+                    similarities.push_back(library_.match(*enrolled, *feature, bare));
+            }
+            figures.add(own, similarities);
+        }
+        enrolled_ = gallery.size();
+        return figures;
     }
 
     PairScores scores(const Comparison& comparison, const std::vector<PhotoPair>& pairs) {
@@ -173,9 +268,31 @@ private:
                      percent(m.all.sure.trueMatches, 1)});
         }
         all.print(std::cout);
+        if (!others_.empty())
+            printSearches();
         std::cout << '\n';
         for (const Comparison& comparison : comparisons)
             std::cout << comparison.name << ": " << comparison.explanation << '\n';
+    }
+
+    void printSearches() const {
+        std::cout << "\nSearches among " << enrolled_
+                  << " enrolled people, one photo each. \"Not enrolled\": the same faces, were their own template not "
+                     "there.\n";
+        TextTable table({"templates", "at", "faces", "rank 1 %", "accepted %", "as another %",
+                         "not enrolled: accepted %", "strangers", "accepted %"});
+        const auto share = [](std::size_t part, std::size_t all) {
+            return percent(all == 0 ? std::nullopt
+                                    : std::optional<double>(static_cast<double>(part) / static_cast<double>(all)),
+                           1);
+        };
+        for (const Measured& m : measured_) {
+            const IdentificationFigures& f = *m.searched;
+            table.add({m.comparison.name, text(f.threshold, 2), text(f.known), share(f.first, f.known),
+                       share(f.accepted, f.known), share(f.mistaken, f.known), share(f.acceptedWithoutOwn, f.known),
+                       text(f.strangers), share(f.strangersAccepted, f.strangers)});
+        }
+        table.print(std::cout);
     }
 
     void printJson() const {
@@ -184,19 +301,27 @@ private:
                                            {"painted_without_face", missedPainted_},
                                            {"painted_judged_masked", judgedMasked_},
                                            {"comparisons", nlohmann::ordered_json::array()}};
-        for (const Measured& m : measured_)
-            document["comparisons"].push_back({{"name", m.comparison.name},
-                                               {"same_pairs", m.listedScores.genuinePairs()},
-                                               {"different_pairs", m.listedScores.impostorPairs()},
-                                               {"listed", m.listed.toJson()},
-                                               {"all", m.all.toJson()}});
+        if (!others_.empty())
+            document["enrolled"] = enrolled_;
+        for (const Measured& m : measured_) {
+            nlohmann::ordered_json entry = {{"name", m.comparison.name},
+                                            {"same_pairs", m.listedScores.genuinePairs()},
+                                            {"different_pairs", m.listedScores.impostorPairs()},
+                                            {"listed", m.listed.toJson()},
+                                            {"all", m.all.toJson()}};
+            if (m.searched)
+                entry["searches"] = m.searched->toJson();
+            document["comparisons"].push_back(entry);
+        }
         std::cout << document.dump(2) << '\n';
     }
 
     const Options& options_;
     PeoplePhotos people_;
     Library library_;
-    std::map<std::string, std::array<std::optional<Library::Template>, Forms>> templates_;
+    std::map<std::string, Templates> templates_;
+    std::vector<Templates> others_;
+    std::size_t enrolled_ = 0;
     std::size_t missed_ = 0;
     std::size_t missedPainted_ = 0;
     std::size_t judgedMasked_ = 0;
@@ -218,6 +343,15 @@ void addVerifyEvaluation(CLI::App& app, std::function<void()>& action) {
     command->add_option("--draw", options->draw, "Folder for pictures of the two histograms of similarities")
         ->type_name("DIR");
     command->add_option("--painted", options->painted, "Folder for the photos with masks painted on")->type_name("DIR");
+    command
+        ->add_option(
+            "--others", options->others,
+            "Lists of other people's photos, one each: file,source,class,split; the photos of NAME.csv are in the "
+            "folder NAME beside it. Those of the split val are enrolled beside everybody's first photo, the rest "
+            "are strangers, and all other photos are searched")
+        ->check(CLI::ExistingFile)
+        ->type_name("CSV");
+    command->add_option("--enrolled", options->enrolled, "People enrolled for --others")->capture_default_str();
     command->add_flag("--json", options->json, "Print JSON");
     command->footer("Example:\n"
                     "  veldan_eval verify people/ --draw pictures/\n");

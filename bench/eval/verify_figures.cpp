@@ -102,6 +102,38 @@ VerifyFigures verifyFigures(const PairScores& scores, const std::vector<double>&
     return figures;
 }
 
+void IdentificationFigures::add(std::optional<std::size_t> own, const std::vector<float>& similarities) {
+    float others = -std::numeric_limits<float>::infinity();
+    for (std::size_t i = 0; i < similarities.size(); ++i) {
+        if (i != own && similarities[i] > others)
+            others = similarities[i];
+    }
+    if (!own) {
+        strangers += similarities.empty() ? 0U : 1U;
+        strangersAccepted += others >= threshold ? 1U : 0U;
+        return;
+    }
+    ++known;
+    acceptedWithoutOwn += others >= threshold ? 1U : 0U;
+    if (!similarities.empty() && similarities[*own] > others) {
+        ++first;
+        accepted += similarities[*own] >= threshold ? 1U : 0U;
+    } else {
+        mistaken += others >= threshold ? 1U : 0U;
+    }
+}
+
+nlohmann::ordered_json IdentificationFigures::toJson() const {
+    return {{"threshold", threshold},
+            {"known", known},
+            {"rank_1", first},
+            {"accepted", accepted},
+            {"accepted_as_another", mistaken},
+            {"accepted_without_own", acceptedWithoutOwn},
+            {"strangers", strangers},
+            {"strangers_accepted", strangersAccepted}};
+}
+
 nlohmann::ordered_json VerifyFigures::toJson() const {
     nlohmann::ordered_json document = {{"accuracy", accuracy},
                                        {"best_threshold", bestThreshold},

@@ -66,6 +66,27 @@ struct VerifyFigures {
     nlohmann::ordered_json toJson() const;
 };
 
+/** Searches for one face among enrolled people, each with one template; similarities of the threshold and more are
+ * accepted. */
+struct IdentificationFigures {
+    float threshold = 0;
+    /** Faces of enrolled people; those most similar to their own template; of these the accepted ones; and those
+     * accepted as somebody else. A face that was not found is none of the last three. */
+    std::size_t known = 0;
+    std::size_t first = 0;
+    std::size_t accepted = 0;
+    std::size_t mistaken = 0;
+    /** Of the same faces those that would be accepted as somebody if their own template were not enrolled. */
+    std::size_t acceptedWithoutOwn = 0;
+    /** Found faces of people who are not enrolled, and how many of them are accepted. */
+    std::size_t strangers = 0;
+    std::size_t strangersAccepted = 0;
+
+    /** One face: its similarities to everybody enrolled, none when it was not found; and its own place among them. */
+    void add(std::optional<std::size_t> own, const std::vector<float>& similarities);
+    nlohmann::ordered_json toJson() const;
+};
+
 /** Throws std::runtime_error when there are no genuine or no impostor pairs. */
 VerifyFigures verifyFigures(const PairScores& scores, const std::vector<double>& falseMatchRates);
 

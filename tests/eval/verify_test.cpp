@@ -64,6 +64,27 @@ TEST(VerifyFigures, AcceptingNobodyMayBeBest) {
     EXPECT_DOUBLE_EQ(verifyFigures(scoresOf({0.1F}, {0.5F, 0.6F}), {}).accuracy, 2.0 / 3);
 }
 
+TEST(IdentificationFigures, CountsHitsAndFalseAccepts) {
+    IdentificationFigures figures;
+    figures.threshold = 0.7F;
+    figures.add(1, {0.2F, 0.9F, 0.7F});       // found; without its own template taken for the third
+    figures.add(1, {0.2F, 0.6F, 0.5F});       // first, but not accepted
+    figures.add(0, {0.75F, 0.8F, 0.1F});      // taken for another
+    figures.add(2, {0.6F, 0.1F, 0.6F});       // not more similar than another
+    figures.add(2, {});                       // no face
+    figures.add(std::nullopt, {0.1F, 0.7F});  // a stranger let in
+    figures.add(std::nullopt, {0.1F, 0.69F}); // and one kept out
+    figures.add(std::nullopt, {});
+    const auto document = figures.toJson();
+    EXPECT_EQ(document.at("known"), 5);
+    EXPECT_EQ(document.at("rank_1"), 2);
+    EXPECT_EQ(document.at("accepted"), 1);
+    EXPECT_EQ(document.at("accepted_as_another"), 1);
+    EXPECT_EQ(document.at("accepted_without_own"), 2);
+    EXPECT_EQ(document.at("strangers"), 2);
+    EXPECT_EQ(document.at("strangers_accepted"), 1);
+}
+
 // Two people: one with two photos.
 class EvaluatePeople : public testing::Test {
 protected:
@@ -98,6 +119,26 @@ TEST_F(EvaluatePeople, ComparesTheSamePhotoAndAnotherFace) {
     EXPECT_NEAR(bare.at("best_threshold").get<double>(), 1.0, 1e-6);
     EXPECT_TRUE(std::filesystem::exists(folder_ / "drawn/similarity-bare.png"));
     EXPECT_THAT(run().output, HasSubstr("painted mask"));
+}
+
+TEST_F(EvaluatePeople, SearchesAmongOthers) {
+    namespace fs = std::filesystem;
+    fs::create_directory(folder_ / "more");
+    for (const char* name : {"second-mask.webp", "first-bare.webp"})
+        fs::copy_file(std::string(VELDAN_PHOTOS) + "/" + name, folder_ / "more" / name);
+    list("more.csv", "file,source,class,split\nsecond-mask.webp,x,,train\nfirst-bare.webp,y,,val\n");
+    for (const auto& [enrolled, strangers] : {std::pair{"2", 1}, {"3", 0}}) {
+        const CommandResult result =
+            run({"--json", "--others", (folder_ / "more.csv").string(), "--enrolled", enrolled});
+        ASSERT_EQ(result.exitCode, 0) << result.errors;
+        const auto document = nlohmann::json::parse(result.output);
+        EXPECT_EQ(document.at("enrolled"), strangers == 1 ? 2 : 3);
+        const auto& searches = document.at("comparisons")[0].at("searches");
+        EXPECT_EQ(searches.at("known"), 1);
+        // The only photo of the split shows one of the enrolled people.
+        EXPECT_EQ(searches.at("strangers"), strangers);
+        EXPECT_EQ(searches.at("strangers_accepted"), strangers);
+    }
 }
 
 TEST_F(EvaluatePeople, RefusesListsThatDoNotFit) {
