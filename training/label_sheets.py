@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Draws the labels of photos onto numbered sheets, for people who check whether each shows a face.
 
-    training/label_sheets.py --data DATA --out FOLDER [--split val] [--seed 1]
+    training/label_sheets.py --data DATA | --more MORE --out FOLDER [--split val] [--seed 1]
 
 sheet-00.png and so on show every label that counts as a face, in random order and with twice its size around it, and nothing of
 what the library finds there: who looks at them judges found and missed faces alike. labels.csv names them: number,file,pack,x,y,w,h.
@@ -46,21 +46,35 @@ def faces_of(data, split):
                 yield pack, name, box, image
 
 
+def everyday_faces_of(folder, split):
+    """The same of everyday photos."""
+    for one in photos.everyday(folder, split, photos.EVERYDAY):
+        photo = one.photo
+        if not photo.certain.any():
+            continue
+        photo = one.read()
+        scale = calibration.FIT / max(photo.image.shape[:2])
+        for box in photo.boxes[photo.certain]:
+            if np.sqrt(box[2] * box[3]) * scale >= calibration.MIN_FACE:
+                yield photo.pack, photo.name, box.astype(float), photo.image
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--data", required=True)
+    parser.add_argument("--data", help="folder with photos/")
+    parser.add_argument("--more", help="folder with everyday photos; or")
     parser.add_argument("--out", required=True)
     parser.add_argument("--split", default="val", choices=("train", "val"))
     parser.add_argument("--seed", type=int, default=1)
     args = parser.parse_args()
     os.makedirs(args.out, exist_ok=True)
-    labels = list(faces_of(args.data, args.split))
+    labels = list(everyday_faces_of(args.more, args.split) if args.more else faces_of(args.data, args.split))
     labels = [labels[k] for k in np.random.default_rng(args.seed).permutation(len(labels))]
     with open(os.path.join(args.out, "labels.csv"), "w", newline="") as f:
         table = csv.writer(f)
         table.writerow(["number", "file", "pack", "x", "y", "w", "h"])
         for number, (pack, name, box, _) in enumerate(labels):
-            table.writerow([number, name, pack, *(f"{v:g}" for v in box)])
+            table.writerow([number, name, pack, *(f"{v:.6g}" for v in box)])
     each = COLUMNS * ROWS
     for first in range(0, len(labels), each):
         sheet = np.full((ROWS * (CELL + TEXT), COLUMNS * (CELL + 2), 3), 255, np.uint8)

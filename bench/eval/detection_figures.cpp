@@ -28,10 +28,12 @@ PhotoVerdict judge(const std::vector<FoundFace>& found, const LabelledPhoto& lab
     for (const TeacherFace& face : labels.faces) {
         // The library keeps its boxes inside the picture; labels may reach out of it.
         const Box box = clipped(face.box, pictureWidth, pictureHeight);
-        if (face.score >= rules.faceScore && sizeOf(face.box, rules.measure) >= rules.leastSize)
+        if (face.score >= rules.faceScore && sizeOf(face.box, rules.measure) >= rules.leastSize) {
             verdict.wanted.push_back(box);
-        else
+            verdict.wantedProfile.push_back(isProfile(face.points));
+        } else {
             neutral.push_back(box);
+        }
     }
     for (const PersonBox& person : labels.personBoxes)
         neutral.push_back(clipped(person.box, pictureWidth, pictureHeight));
@@ -107,6 +109,13 @@ void DetectionFigures::add(const std::vector<FoundFace>& found, const LabelledPh
     faces_ += verdict.wanted.size();
     facesFound_ += static_cast<std::size_t>(std::count(verdict.wantedFound.begin(), verdict.wantedFound.end(), true));
 
+    for (std::size_t w = 0; w < verdict.wanted.size(); ++w) {
+        if (verdict.wantedProfile[w]) {
+            ++profiles_.boxes;
+            profiles_.found += verdict.wantedFound[w] ? 1 : 0;
+        }
+    }
+
     std::size_t falseHere = 0;
     for (std::size_t f = 0; f < found.size(); ++f) {
         if (verdict.found[f] == Verdict::Ignored)
@@ -170,6 +179,8 @@ void DetectionFigures::add(const DetectionFigures& other) {
     for (std::size_t k = 0; k < pointErrorSums_.size(); ++k)
         pointErrorSums_[k] += other.pointErrorSums_[k];
     milliseconds_.insert(milliseconds_.end(), other.milliseconds_.begin(), other.milliseconds_.end());
+    profiles_.boxes += other.profiles_.boxes;
+    profiles_.found += other.profiles_.found;
     for (const auto& [category, count] : other.personBoxes_) {
         personBoxes_[category].boxes += count.boxes;
         personBoxes_[category].found += count.found;
@@ -237,6 +248,7 @@ nlohmann::ordered_json DetectionFigures::toJson() const {
             {"pointErrorOfEach", pointErrorOfEach()},
             {"millisecondsMean", millisecondsMean()},
             {"millisecondsMedian", millisecondsMedian()},
+            {"profiles", {{"faces", profiles_.boxes}, {"found", profiles_.found}}},
             {"personBoxes", people}};
 }
 

@@ -43,6 +43,8 @@ struct PhotoVerdict {
     /** Faces that had to be found, and which of them were. */
     std::vector<Box> wanted;
     std::vector<bool> wantedFound;
+    /** Which of them are turned far to the side (isProfile). */
+    std::vector<bool> wantedProfile;
 };
 
 /**
@@ -121,6 +123,8 @@ public:
         std::size_t found = 0;
     };
     const std::map<std::string, Count>& personBoxes() const { return personBoxes_; }
+    /** Those of the faces that are turned far to the side (isProfile). */
+    const Count& profiles() const { return profiles_; }
 
     nlohmann::ordered_json toJson() const;
 
@@ -141,6 +145,7 @@ private:
     std::array<double, 5> pointErrorSums_{};
     std::vector<double> milliseconds_;
     std::map<std::string, Count> personBoxes_;
+    Count profiles_;
 };
 
 /**

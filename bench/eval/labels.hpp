@@ -25,6 +25,7 @@ struct PersonBox {
 
 struct LabelledPhoto {
     std::string file;
+    /** In pixels; 0 where the pack does not say. */
     int width = 0;
     int height = 0;
     std::string split;
@@ -39,7 +40,8 @@ struct Pack {
     std::vector<LabelledPhoto> photos;
 };
 
-/** The packs of a folder: every NAME with a file NAME.images.csv, in alphabetical order. */
+/** The packs of a folder: every NAME with NAME.images.csv, or with NAME.csv and NAME.labels.csv; in alphabetical order.
+ */
 std::vector<std::string> packNames(const std::filesystem::path& folder);
 
 /**
@@ -48,6 +50,12 @@ std::vector<std::string> packNames(const std::filesystem::path& folder);
  * with "file," is a heading. Throws std::runtime_error, with file and line, for anything that does not fit.
  */
 Pack readPack(const std::filesystem::path& folder, const std::string& name);
+
+/**
+ * Whether the nose lies beyond the eyes, along the line through them: a head turned by about 60 degrees to the side and
+ * more.
+ */
+bool isProfile(const FivePoints& points);
 
 } // namespace veldan::eval
 

@@ -62,7 +62,9 @@ void addThreads(CLI::App& command, int& threads) {
 }
 
 void addPackOptions(CLI::App& command, PackOptions& options, const std::string& dumpHelp) {
-    command.add_option("folder", options.folder, "Folder with NAME.images.csv, NAME.labels.csv and NAME/ or NAME.zip")
+    command
+        .add_option("folder", options.folder,
+                    "Folder with NAME.images.csv (or NAME.csv), NAME.labels.csv and NAME/ or NAME.zip")
         ->required()
         ->check(CLI::ExistingDirectory)
         ->type_name("DATA");
@@ -94,13 +96,14 @@ void readPhotos(const PackOptions& options, const Pack& pack, const std::functio
             continue;
         const std::string name = pack.name + "/" + labels.file;
         cv::Mat picture = decodePicture(source->read(labels.file), name);
-        if (picture.cols != labels.width || picture.rows != labels.height) {
+        const cv::Size size = labels.width > 0 ? cv::Size(labels.width, labels.height) : picture.size();
+        if (picture.size() != size) {
             throw std::runtime_error(name + ": not a picture of " + std::to_string(labels.width) + " x " +
                                      std::to_string(labels.height) + " pixels");
         }
         picture = fitted(picture, options.fit);
-        use(scaled(labels, static_cast<double>(picture.cols) / labels.width,
-                   static_cast<double>(picture.rows) / labels.height),
+        use(scaled(labels, static_cast<double>(picture.cols) / size.width,
+                   static_cast<double>(picture.rows) / size.height),
             picture);
     }
 }

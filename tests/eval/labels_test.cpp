@@ -51,6 +51,34 @@ TEST(Labels, ReadsAllTables) {
     EXPECT_TRUE(pack.photos[1].faces.empty());
 }
 
+// A teacher that looked twice: sure where both looks are, or one is very much; and of faces that stand upright alone.
+TEST(Labels, ReadsPacksOfTwoLooks) {
+    const ScratchFolder folder;
+    const std::string box = "a.jpg,1,2,30,40,", upright = "10,11,20,12,15,20,11,30,19,31,",
+                      turned = "10,11,10,21,20,15,30,11,30,20,";
+    write(folder / "p.csv", "file,source,class,split\na.jpg,x/y.jpg,,val\n");
+    write(folder / "p.labels.csv", box + upright + "0.5,0.5\n" + box + upright + "0.3,0.7\n" + box + upright +
+                                       "0.49,0.69\n" + box + upright + "0.9,0.2\n" + box + turned + "0.9,0.9\n");
+    write(folder / "other.csv", "");
+    EXPECT_THAT(packNames(folder / ""), ElementsAre("p"));
+    const Pack pack = readPack(folder / "", "p");
+    ASSERT_EQ(pack.photos.size(), 1u);
+    EXPECT_EQ(pack.photos[0].split, "val");
+    std::vector<double> scores;
+    for (const TeacherFace& face : pack.photos[0].faces)
+        scores.push_back(face.score);
+    EXPECT_THAT(scores, ElementsAre(1, 1, 0, 0, 0));
+}
+
+TEST(Labels, CallsAHeadAProfileWhenTheNoseLiesBeyondTheEyes) {
+    FivePoints points{{{10, 10}, {20, 10}, {15, 15}, {11, 20}, {19, 20}}};
+    EXPECT_FALSE(isProfile(points));
+    points[2].x = 20.5;
+    EXPECT_TRUE(isProfile(points));
+    points[2].x = 9.5;
+    EXPECT_TRUE(isProfile(points));
+}
+
 struct Fault {
     std::string images;
     std::string labels;

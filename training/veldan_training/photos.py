@@ -21,6 +21,7 @@ class Photo:
     certain: np.ndarray   # n: True for a face, False for a region to ignore
     points: np.ndarray    # n x 10: x0, y0, .. x4, y4 (not a number where unknown)
     human: np.ndarray     # n: points set by people
+    frame: tuple = None   # left, top, right, bottom of the photo that this is a piece of; None: it is whole
 
 
 def is_development(name):
@@ -146,3 +147,62 @@ def mirrored(photo):
     boxes, width = photo.boxes.copy(), photo.image.shape[1]
     boxes[:, 0] = width - boxes[:, 0] - boxes[:, 2]
     return replace(photo, image=photo.image[:, ::-1].copy(), boxes=boxes, points=mirror_points(photo.points, width))
+
+
+EVERYDAY = ("people", "sports", "fashion", "weapons", "babies")
+BACKGROUND = ("clothes", "kitchen_hands")  # what the teacher sees there is neither face nor background
+
+
+def upright(points):
+    """Whether the way from the eyes to the mouth leads down, give or take 50 degrees; points: n x 10."""
+    p = np.asarray(points).reshape(-1, 5, 2)
+    down = p[:, 3:].mean(1) - p[:, :2].mean(1)
+    return np.abs(np.arctan2(down[:, 0], down[:, 1])) < np.deg2rad(50)
+
+
+def profile(points):
+    """Whether the nose lies beyond the eyes along the line through them, as in heads turned by 60 degrees and more."""
+    p = np.asarray(points).reshape(-1, 5, 2)
+    across = p[:, 1] - p[:, 0]
+    place = ((p[:, 2] - p[:, 0]) * across).sum(1) / np.maximum((across ** 2).sum(1), 1e-6)
+    return (place < 0) | (place > 1)
+
+
+def certain_everyday(scores, mirrored):
+    """Faces of a teacher that looked twice, at the photo and at its mirror image."""
+    high, low = np.maximum(scores, mirrored), np.minimum(scores, mirrored)
+    return (low >= 0.5) | ((high >= 0.7) & (low >= 0.3))
+
+
+@dataclass
+class Listed:
+    """A photo that is decoded when it is needed."""
+    path: str
+    photo: Photo  # without a picture
+
+    def read(self, longer=None):
+        """longer: the most that the longer side may have; the photo is made smaller for it."""
+        photo = replace(self.photo, image=cv2.imread(self.path, cv2.IMREAD_COLOR))
+        scale = longer / max(photo.image.shape[:2]) if longer else 1
+        if scale >= 1:
+            return photo
+        image = cv2.resize(photo.image, None, fx=scale, fy=scale, interpolation=cv2.INTER_AREA)
+        return replace(photo, image=image, boxes=photo.boxes * np.float32(scale), points=photo.points * np.float32(scale))
+
+
+def everyday(folder, split="train", packs=EVERYDAY + BACKGROUND, subset=None):
+    """Photos of everyday scenes, decoded on demand: FOLDER/PACK/*, PACK.csv (file, source, class, split), PACK.labels.csv
+    (file, box, points, score, score on the mirror image). split and subset as in load."""
+    listed = []
+    for pack in packs:
+        labels = {}
+        for name, *values in _rows(os.path.join(folder, f"{pack}.labels.csv")):
+            labels.setdefault(name, []).append([float(v) for v in values])
+        for row in _rows(os.path.join(folder, f"{pack}.csv")):
+            if row[3] != split or (subset and is_development(f"{pack}/{row[0]}") != (subset == "development")):
+                continue
+            v = np.array(labels.get(row[0], []), np.float32).reshape(-1, 16)
+            certain = certain_everyday(v[:, 14], v[:, 15]) & upright(v[:, 4:14]) & (pack not in BACKGROUND)
+            listed.append(Listed(os.path.join(folder, pack, row[0]),
+                                 Photo(pack, row[0], None, v[:, :4], certain, v[:, 4:14], np.zeros(len(v), bool))))
+    return listed
