@@ -29,6 +29,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("network", choices=list(TRAINERS))
     parser.add_argument("--data", required=True, help="folder with photos/ and faces/")
+    parser.add_argument("--more", help="folder with everyday photos for the FaceDetect networks: PACK/, PACK.csv, PACK.labels.csv")
     parser.add_argument("--work", default="training/work", help="folder for checkpoints (default: %(default)s)")
     parser.add_argument("--steps", type=int, help="length of the schedule (default: the network's own)")
     parser.add_argument("--rate", type=float, help="highest learning rate (default: the network's own)")

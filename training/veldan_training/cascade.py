@@ -12,21 +12,22 @@ def nms(boxes, scores, threshold, mode="u"):
     order = np.argsort(-scores, kind="stable")
     b = boxes[order]
     area = (b[:, 2] - b[:, 0] + 1) * (b[:, 3] - b[:, 1] + 1)
-    alive = np.ones(len(b), bool)
-    kept = []
-    for i in range(len(b)):
-        if not alive[i]:
-            continue
-        kept.append(order[i])
-        rest = np.flatnonzero(alive[i + 1:]) + i + 1
-        if len(rest) == 0:
-            continue
-        r = b[rest]
-        iw = np.minimum(b[i, 2], r[:, 2]) - np.maximum(b[i, 0], r[:, 0]) + 1
-        ih = np.minimum(b[i, 3], r[:, 3]) - np.maximum(b[i, 1], r[:, 1]) + 1
+    alive, kept, block = np.ones(len(b), bool), [], 256
+    for first in range(0, len(b), block):
+        # Overlaps of those that are still there with all behind them, in one go: a loop over boxes is slow in Python.
+        own = first + np.flatnonzero(alive[first:first + block])
+        rest = first + np.flatnonzero(alive[first:])
+        a, r = b[own, None], b[None, rest]
+        iw = np.minimum(a[..., 2], r[..., 2]) - np.maximum(a[..., 0], r[..., 0]) + 1
+        ih = np.minimum(a[..., 3], r[..., 3]) - np.maximum(a[..., 1], r[..., 1]) + 1
         inter = np.maximum(iw, 0) * np.maximum(ih, 0)
-        base = np.minimum(area[i], area[rest]) if mode == "m" else area[i] + area[rest] - inter
-        alive[rest[inter / base > threshold]] = False
+        base = np.minimum(area[own, None], area[None, rest]) if mode == "m" else area[own, None] + area[None, rest] - inter
+        near, still = inter / base > threshold, np.ones(len(rest), bool)
+        for i in range(len(own)):  # own are the first of rest
+            if still[i]:
+                kept.append(order[own[i]])
+                still &= ~near[i]
+        alive[rest] = still
     return np.array(kept, np.int64)
 
 

@@ -4,7 +4,7 @@ import numpy as np
 import torch
 import torch.nn.functional as F
 
-from . import augment
+from . import augment, photos
 
 ANCHORS = 24.0 * 0.7937 ** np.arange(4)
 STRIDE = 4
@@ -68,16 +68,21 @@ def label(faces, certain, grid):
     return labels, targets
 
 
+def hard(photo):
+    """Faces of everyday scenes that are turned far to the side are rare and easily lost."""
+    return photo.pack in photos.EVERYDAY and bool(photos.profile(photo.points[photo.certain]).any())
+
+
 class Patches(torch.utils.data.IterableDataset):
     """Endless random patches of photos at the scales of the pyramid."""
 
-    def __init__(self, photos, seed):
-        self.photos, self.seed = photos, seed
-        weight = {"groups": 4.0, "helen": 1.0, "portraits": 1.0, "mask_close": 0.8, "net80": 0.35}
-        self.with_faces = [p for p in photos if p.certain.any()]
-        w = np.array([weight.get(p.pack, 1.0) for p in self.with_faces])
+    def __init__(self, photo_list, seed):
+        self.photos, self.seed = photo_list, seed
+        weight = {"groups": 4.0, "helen": 1.0, "portraits": 1.0, "mask_close": 0.8, "net80": 0.35, "babies": 1.5}
+        self.with_faces = [p for p in photo_list if p.certain.any()]
+        w = np.array([weight.get(p.pack, 1.0) * (2 if hard(p) else 1) for p in self.with_faces])
         self.face_weight = w / w.sum()
-        self.without = [p for p in photos if not p.certain.any()]
+        self.without = [p for p in photo_list if not p.certain.any()]
 
     def __iter__(self):
         info = torch.utils.data.get_worker_info()

@@ -6,10 +6,10 @@ import cv2
 import numpy as np
 import torch
 
-from . import augment, cascade, photos
+from . import augment, photos
 
 NEGATIVE, PART, POSITIVE = 0, -1, 1
-FRAME_SIDES = [640, 640, 480, 800]  # the photo's longer side while boxes are mined
+UNKNOWN = -1.0  # score target of a crop whose score nobody asks for
 
 
 def face_packs(data, packs=("utk", "pins", "celeba"), limit=None):
@@ -59,25 +59,6 @@ def classify(box, photo):
     return (NEGATIVE, -1) if iou[best] < 0.28 else None
 
 
-def mine(detector, photo_list, stage, rng, threshold, limit=60):
-    """Rows of photo index, x, y, side, frame scale, label, face, score; boxes as they enter `stage` (2 or 3)."""
-    rows = []
-    for i, photo in enumerate(photo_list):
-        frame, scale = cascade.fit(photo.image, int(rng.choice(FRAME_SIDES)))
-        boxes, scores = (detector.proposals if stage == 2 else detector.refined)(frame, 45, threshold)
-        order = np.arange(len(boxes))
-        if len(order) > limit:  # the best, and a sample of the others
-            order = np.concatenate([order[:limit // 2], rng.choice(order[limit // 2:], limit // 2, replace=False)])
-        for b, s in zip(boxes[order], scores[order]):
-            box = (b[0] / scale, b[1] / scale, (b[2] - b[0] + 1) / scale)
-            kind = classify(box, photo)
-            if kind:
-                rows.append((i, *box, scale, *kind, s))
-        if i % 1000 == 999:
-            print(f"mined {i + 1}/{len(photo_list)} photos, {len(rows)} boxes", flush=True)
-    return np.array(rows, np.float32)
-
-
 def _cumulative(weight):
     """For np.searchsorted with a number in [0, 1): in double precision and divided last, so that the end is exactly 1."""
     total = np.cumsum(weight, dtype=np.float64)
@@ -96,22 +77,25 @@ def _cut(rng, frame, box):
 class Crops(torch.utils.data.IterableDataset):
     """Endless augmented crops: image, label, score target, box target, points target, weight of the points."""
 
-    def __init__(self, photo_list, face_list, rows, size, seed, correction):
-        self.photos, self.faces, self.size, self.seed = photo_list, face_list, size, seed
-        self.correction = correction
+    def __init__(self, pieces, truth, face_list, rows, size, seed, correction, tracked=0.0):
+        """pieces, truth, rows: see pieces.Collection. tracked: share of crops cut as the library cuts them to refine a known face."""
+        self.photos, self.faces, self.size, self.seed = pieces, face_list, size, seed
+        self.correction, self.tracked = correction, tracked
         self.negative = rows[rows[:, 5] == NEGATIVE]
         self.found = rows[rows[:, 5] != NEGATIVE]
-        pairs = [(i, k) for i, p in enumerate(photo_list) for k in np.flatnonzero(p.certain) if max(p.boxes[k, 2:]) >= 12]
-        self.truth = np.array(pairs)
+        self.truth = np.array(truth)
 
-        def by_pack(weight, other, rows):
-            return _cumulative([weight.get(photo_list[int(row[0])].pack, other) for row in rows])
+        def by_face(weight, other, pairs):
+            """By pack; heads turned far to the side count three times."""
+            side = [3.0 if pieces[i].pack in photos.EVERYDAY and photos.profile(pieces[i].points[k])[0] else 1.0 for i, k in pairs]
+            return _cumulative([weight.get(pieces[i].pack, other) * more for (i, _), more in zip(pairs, side)])
 
         # More of people's points, of crowds, and of close-ups, whose extents differ most.
-        self.truth_weight = by_pack({"groups": 2.5, "helen": 10.0, "portraits": 1.0, "mask_close": 1.5, "net80": 1.2}, 1.5, pairs)
-        self.found_weight = by_pack({"groups": 2.0, "mask_close": 1.5}, 1.0, self.found)
-        # Boxes that more sides of the frame agree on come from the same few photos; hard ones are drawn more often.
-        w = 0.2 + self.negative[:, 7]
+        self.truth_weight = by_face({"groups": 2.5, "helen": 10.0, "portraits": 1.0, "net80": 1.2, "babies": 3.0}, 1.5, self.truth)
+        self.found_weight = by_face({"groups": 2.0, "mask_close": 1.5, "babies": 2.0}, 1.0, self.found[:, [0, 6]].astype(int))
+        self.human_weight = _cumulative([float(pieces[i].human[k]) for i, k in self.truth]) if tracked else None
+        # The weight is the score that the network had given: hard ones are drawn more often.
+        w = 0.15 + self.negative[:, 7]
         self.negative_weight = _cumulative(w)
 
     def __iter__(self):
@@ -122,8 +106,10 @@ class Crops(torch.utils.data.IterableDataset):
             yield self.sample(rng)
 
     def sample(self, rng):
+        if rng.random() < self.tracked:
+            return self.track(rng)
         u = rng.random()
-        if u < 0.42:
+        if u < 0.46:
             row = self.negative[np.searchsorted(self.negative_weight, rng.random())]
             photo = self.photos[int(row[0])]
             box = row[1:4].astype(np.float64)
@@ -134,21 +120,12 @@ class Crops(torch.utils.data.IterableDataset):
             kind = classify(box, photo)
             if kind != (NEGATIVE, -1):
                 box = row[1:4].astype(np.float64)
-        elif u < 0.46:  # anywhere in any photo
-            photo = self.photos[int(rng.integers(len(self.photos)))]
-            h, w = photo.image.shape[:2]
-            side = np.exp(rng.uniform(np.log(16), np.log(max(20, min(h, w)))))
-            box = np.array([rng.uniform(-0.2 * side, w - 0.8 * side), rng.uniform(-0.2 * side, h - 0.8 * side), side])
-            kind = classify(box, photo)
-            if kind is None:
-                return self.sample(rng)
-            (label, face), scale = kind, rng.uniform(45, 200) / side
-        elif u < 0.68 and len(self.found):
+        elif u < 0.72:
             row = self.found[np.searchsorted(self.found_weight, rng.random())]
             photo, box, scale = self.photos[int(row[0])], row[1:4].astype(np.float64), row[4]
             label, face = int(row[5]), int(row[6])
         else:
-            if u < 0.86 or not self.faces:
+            if u < 0.92 or not self.faces:
                 i, face = self.truth[np.searchsorted(self.truth_weight, rng.random())]
                 photo = self.photos[i]
             else:
@@ -164,17 +141,40 @@ class Crops(torch.utils.data.IterableDataset):
             label, scale = kind[0], np.exp(rng.uniform(np.log(45), np.log(300))) / side
         return self.crop(rng, photo, box, scale, label, face)
 
-    def crop(self, rng, photo, box, scale, label, face):
-        size, side = self.size, box[2]
+    def track(self, rng):
+        """A face that is known from the detector or from the frame before, cut as OnetLandmark cuts it: further to the left or
+        upwards where the box is not square, and never beyond the frame. It is asked for box and points, not for a score."""
+        weight = self.human_weight if rng.random() < 0.6 else self.truth_weight
+        i, face = self.truth[np.searchsorted(weight, rng.random())]
+        photo = self.photos[i]
+        x, y, w, h = photo.boxes[face].astype(np.float64)
+        scale = np.exp(rng.uniform(np.log(50), np.log(300))) / h
+        spread = 0.025 if rng.random() < 0.7 else 0.06
+        x, y = x + rng.normal(0, spread) * w, y + rng.normal(0, spread) * h
+        w, h = w * np.exp(rng.normal(0, spread)), h * np.exp(rng.normal(0, spread))
+        side, flip = max(w, h), rng.random() < 0.5
+        left, top, right, bottom = photo.frame or (0, 0, *photo.image.shape[1::-1])
+        ends = (x + w - side, x + (w + side) / 2) if flip else (x + (w - side) / 2, x + side)
+        near = max(ends[0], left), max(y + (h - side) / 2, top)
+        far = min(ends[1], right), min(y + side, bottom)
+        box = np.array([*near, far[0] - near[0], far[1] - near[1]])
+        if min(box[2:]) < 0.4 * side:
+            return self.track(rng)
+        box[0] += flip / scale  # the column that the library leaves out
+        return self.crop(rng, photo, box, scale, POSITIVE, face, -1.0 if flip else 1.0)
+
+    def crop(self, rng, photo, box, scale, label, face, flip=None):
+        """box: x, y, side, or x, y and both sides where the crop is one of a known face."""
+        size, side, known = self.size, box[2:] if len(box) == 4 else np.repeat(box[2:], 2), len(box) == 4
         # The library cuts (side - 1) frame pixels of a box of `side` and measures its answers in sides.
-        step = max(side - 1 / scale, 2.0) / size
+        step = np.maximum(side - 1 / scale, 2.0) / size
         centre = box[:2] + step * size / 2
         angle = np.deg2rad(rng.normal(0, 12)) if rng.random() < 0.4 else 0.0
-        flip = -1.0 if rng.random() < 0.5 else 1.0
+        flip = flip or (-1.0 if rng.random() < 0.5 else 1.0)
         rot = np.array([[np.cos(angle), -np.sin(angle)], [np.sin(angle), np.cos(angle)]])
         # Pictures are often squeezed; both sides change, so that the area stays.
         stretch = np.exp(rng.normal(0, 0.15)) if rng.random() < 0.3 else 1.0
-        linear = step * rot @ np.diag([flip * stretch, 1 / stretch])  # crop pixel -> photo pixel
+        linear = rot @ np.diag([flip * stretch, 1 / stretch]) @ np.diag(step)  # crop pixel -> photo pixel
         offset = centre - linear @ np.full(2, size / 2) + linear @ np.full(2, 0.5) - 0.5
         aligned = photo.pack == "faces"
         border = cv2.BORDER_REFLECT if aligned else cv2.BORDER_REPLICATE
@@ -188,13 +188,13 @@ class Crops(torch.utils.data.IterableDataset):
         bbox, target, weight, mapped, score = np.zeros(4, np.float32), np.zeros(10, np.float32), 0.0, None, 0.0
         if face >= 0:
             x, y, w, h = photo.boxes[face]
-            unit = step / side                                # crop pixels -> sides
+            unit = step / side                                # crop pixels -> sides, across and down
             extent = np.array([w / stretch, h * stretch]) / step
             seen = np.array([*(into(np.array([x + w / 2, y + h / 2])) - extent / 2), *extent])  # the face's box in the crop
-            x, y, w, h = seen * unit
-            score = score_target(photos.overlap((0, 0, 1, 1), _squares(np.array([[x, y, w, h]])))[0])
+            x, y, w, h = seen * np.tile(unit, 2)
+            score = UNKNOWN if known else score_target(photos.overlap((0, 0, 1, 1), _squares(np.array([[x, y, w, h]])))[0])
             far = 1 - 1 / (scale * side)                      # the far edge the library starts from
-            bbox[:] = x, y, x + w - far, y + h - far
+            bbox[:] = x, y, x + w - far[0], y + h - far[1]
             points = photo.points[face]
             if np.isfinite(points).all():
                 weight = 1.0
@@ -212,10 +212,13 @@ class Crops(torch.utils.data.IterableDataset):
                 image = augment.occlude(rng, image, seen)
         image = augment.resolution(rng, image)
         # What lies outside of the frame is black however the frame was lit.
-        h, w = photo.image.shape[:2]
-        frame = np.array([-np.inf, -np.inf, np.inf, np.inf] if aligned else [0, 0, w, h], np.float64)
-        if rng.random() < 0.08:
-            frame = _cut(rng, frame, photo.boxes[face] if face >= 0 else (*box[:2], side, side))
+        frame = np.array(photo.frame or (0, 0, *photo.image.shape[1::-1]), np.float64)
+        if aligned:
+            frame = np.array([-np.inf, -np.inf, np.inf, np.inf])
+        if rng.random() < 0.08 and not known:
+            frame = _cut(rng, frame, photo.boxes[face] if face >= 0 else (*box[:2], *side))
+        elif known:
+            frame = np.array([-np.inf, -np.inf, np.inf, np.inf])
         x, y = np.tensordot(linear, np.mgrid[0:size, 0:size][::-1], 1) + offset[:, None, None] + 0.5
         image[(x < frame[0]) | (y < frame[1]) | (x > frame[2]) | (y > frame[3])] = 0
         return np.ascontiguousarray(image.transpose(2, 0, 1)), label, np.float32(score), bbox, target, np.float32(weight)

@@ -28,10 +28,25 @@ def scene(rng, face, scenery, paint=None, plain=False):
     return p, int(masked)
 
 
+def nothing(rng):
+    """A crop without anything in it, as of a lens cap, a wall, a lamp: no mask is worn there."""
+    u = rng.random()
+    base = np.zeros(3) if u < 0.3 else np.full(3, 255.0) if u < 0.45 else np.full(3, rng.uniform(0, 255)) if u < 0.7 else rng.uniform(0, 255, 3)
+    crop = np.tile(base, (SIZE, SIZE, 1))
+    if rng.random() < 0.5:
+        crop += np.linspace(-1, 1, SIZE)[:, None, None] * rng.uniform(-40, 40) + np.linspace(-1, 1, SIZE)[None, :, None] * rng.uniform(-40, 40)
+    if rng.random() < 0.5:
+        crop += rng.normal(0, rng.uniform(0.5, 12), crop.shape)
+    return np.clip(crop, 0, 255).astype(np.uint8)
+
+
 def cut(rng, p, plain=False):
     crop, _ = faces.square_crop(p.image, *faces.detector_box(rng, p.box, 1.0 if plain else 1.25), SIZE)
     if not plain:
-        crop = augment.resolution(rng, augment.colour(rng, crop), 1.3)
+        if rng.random() < 0.06:  # next to no light: where the mouth does not show, its covering cannot either
+            crop = np.clip(crop * rng.uniform(0.012, 0.08) + rng.normal(0, rng.uniform(0.2, 1.5), crop.shape), 0, 255).astype(np.uint8)
+        else:
+            crop = augment.resolution(rng, augment.colour(rng, crop), 1.3)
         if rng.random() < 0.08:
             crop = augment.occlude(rng, crop, (8, 8, 32, 32))
     return crop
@@ -57,6 +72,8 @@ class Crops(torch.utils.data.IterableDataset):
             return group[int(rng.integers(len(group)))]
 
         while True:
+            if rng.random() < 0.04:
+                yield np.ascontiguousarray(nothing(rng).transpose(2, 0, 1)), 0
             u = rng.random()
             paint = None
             if u < 0.33:
