@@ -26,6 +26,8 @@ def operating_score(args, network, trainer):
         if args.score:
             print(f"score {args.score} given instead of {score:.3f}")
         return args.score or score
+    if args.score:
+        return args.score
     development = photos.load(args.data, "train", subset="development")
     data = networks.export(network)
     if args.network == "FaceDetectP":
@@ -40,9 +42,6 @@ def operating_score(args, network, trainer):
             print(f"  false: {value:.3f} {name}")
         allowed = int(0.05 * count)  # false positives that the development photos may have
         score = false[allowed][0] if len(false) > allowed else LIBRARY_THRESHOLD[args.network]
-    if args.score:
-        print(f"score {args.score} given instead of {score:.3f}")
-        score = args.score
     return score
 
 
