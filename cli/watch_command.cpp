@@ -128,7 +128,7 @@ private:
     bool enough() const { return options_.frames > 0 && frames_ >= options_.frames; }
 
     void process(Frame& frame) {
-        std::vector<VDFACEINFOEX>& faces = search(frame.picture);
+        const std::vector<VDFACEINFOEX>& faces = search(frame.picture);
         for (const TrackEvent& event : events_.next(frame.moment, faces))
             report(event);
         if (!record_ && !options_.show)
@@ -142,12 +142,11 @@ private:
         }
     }
 
-    std::vector<VDFACEINFOEX>& search(Photo& picture) {
+    const std::vector<VDFACEINFOEX>& search(Photo& picture) {
         try {
-            std::vector<VDFACEINFOEX>& faces = tracker_.next(viewOf(picture));
-            api_.instance().searchTracked(viewOf(picture), faces, gallery_.bare, gallery_.masked, options_.threshold,
-                                          options_.maskThreshold, options_.quality);
-            return faces;
+            tracker_.next(viewOf(picture));
+            return tracker_.search(viewOf(picture), gallery_.bare, gallery_.masked, options_.threshold,
+                                   options_.maskThreshold, options_.quality);
         } catch (const Error& error) {
             throw CommandError(error.code() == VD_ERR_IMAGE_TOO_SMALL ? ExitCode::TooSmall : ExitCode::Library,
                                options_.source + ": " + error.what());

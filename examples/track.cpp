@@ -61,9 +61,8 @@ void follow(veldan::Instance& instance, char* video, veldan::Gallery& bare, veld
         if (std::all_of(frame.begin(), frame.end(), [](unsigned char byte) { return byte == 1; }))
             break;
         const veldan::ImageView image{frame.data(), width, height};
-        std::vector<VDFACEINFOEX>& faces = tracker.next(image);
-        instance.searchTracked(image, faces, bare, masked, threshold, maskThreshold, quality);
-        for (const VDFACEINFOEX& face : faces) {
+        tracker.next(image);
+        for (const VDFACEINFOEX& face : tracker.search(image, bare, masked, threshold, maskThreshold, quality)) {
             const std::string verdict = verdictOf(face);
             if (std::exchange(said[face.trackId], verdict) != verdict)
                 std::cout << "frame " << number << ": face " << face.trackId << ' ' << verdict << '\n';

@@ -4,8 +4,8 @@
 /**
  * @file
  * The entry points for C++17 programs: an instance that frees itself, vectors in place of sizes, exceptions in place of
- * codes. Header-only, on top of <veldan/face_api.h>, whose notes on threads, buffers and images hold here too: an
- * Instance serves one thread at a time, and images are packed 8-bit pixels in blue, green, red order.
+ * codes. On top of <veldan/face_api.h>, whose notes on threads, buffers and images hold here too: an Instance serves
+ * one thread at a time, and images are packed 8-bit pixels in blue, green, red order. All but Tracker is header-only.
  *
  *     veldan::Instance instance;
  *     for (const VDFACEINFOEX& face : instance.detect({pixels, width, height}))
@@ -14,9 +14,14 @@
 
 #include <veldan/face_api.h>
 #include <veldan/face_flows.hpp>
+#include <veldan/instance.hpp>
 #include <veldan/template.hpp>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdlib>
+#include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -63,7 +68,9 @@ inline const char* describe(int code) {
 /** A call failed. */
 class Error : public std::runtime_error {
 public:
-    Error(const std::string& what, int code) : std::runtime_error(what + ": " + describe(code)), code_(code) {}
+    Error(const std::string& what, int code) : Error(what, code, describe(code)) {}
+    Error(const std::string& what, int code, const std::string& why)
+        : std::runtime_error(what + ": " + why), code_(code) {}
 
     /** The result code, see <veldan/result_codes.h>. */
     int code() const noexcept { return code_; }
@@ -74,7 +81,7 @@ private:
 
 /** An image that belongs to somebody else: height rows of width x 3 bytes in blue, green, red order. Only read. */
 struct ImageView {
-    unsigned char* pixels = nullptr; ///< not const because the C interface is not
+    const unsigned char* pixels = nullptr;
     int width = 0;
     int height = 0;
 };
@@ -99,8 +106,15 @@ class Gallery {
 public:
     explicit Gallery(Kind kind = Kind::Bare) : kind_(kind) {}
 
-    /** Appends a person. @return its index */
+    /**
+     * Appends a person. Throws Error, with the gallery unchanged, when a template is none of the gallery's kind, see
+     * flawOf().
+     * @return its index
+     */
     int add(const std::vector<Template>& templates) {
+        for (std::size_t i = 0; i < templates.size(); ++i)
+            if (const std::string flaw = flawOf(templates[i], kind_); !flaw.empty())
+                throw Error("gallery", VD_ERR_TEMPLATE, "template " + std::to_string(i) + " " + flaw);
         for (const Template& one : templates)
             bytes_.insert(bytes_.end(), one.begin(), one.end());
         counts_.push_back(static_cast<int>(templates.size()));
@@ -119,8 +133,8 @@ public:
     std::size_t templates() const { return bytes_.size() / templateBytes; }
     /** @name As the C interface takes them */
     ///@{
-    unsigned char* data() { return bytes_.data(); }
-    int* counts() { return counts_.data(); }
+    const unsigned char* data() const { return bytes_.data(); }
+    const int* counts() const { return counts_.data(); }
     ///@}
 
 private:
@@ -129,16 +143,89 @@ private:
     std::vector<int> counts_;
 };
 
+/** What the classes below have in common. Not for programs. */
+namespace detail {
+
+// The C interface only reads images, templates and galleries, but does not say so.
+template <class T>
+T* unconst(const T* elements) {
+    return const_cast<T*>(elements);
+}
+
+inline void check(const char* what, int code) {
+    if (code != VD_OK)
+        throw Error(what, code);
+}
+
+inline void checkImage(const char* what, ImageView image, int leastSide) {
+    if (image.pixels == nullptr)
+        throw Error(what, VD_ERR_NO_FACE, "the image has no pixels");
+    if (image.width < leastSide || image.height < leastSide)
+        throw Error(what, VD_ERR_IMAGE_TOO_SMALL,
+                    "the image is too small: " + std::to_string(image.width) + " x " + std::to_string(image.height) +
+                        " pixels, at least " + std::to_string(leastSide) + " x " + std::to_string(leastSide) +
+                        " are needed");
+}
+
+inline void checkTemplate(const char* what, const Template& one, Kind kind) {
+    if (const std::string flaw = flawOf(one, kind); !flaw.empty())
+        throw Error(what, VD_ERR_TEMPLATE, "a template " + flaw);
+}
+
+// Tracked searches walk through both galleries by the counts of one.
+inline void checkGalleries(const Gallery& bare, const Gallery& masked) {
+    if (bare.kind() != Kind::Bare || masked.kind() != Kind::Masked)
+        throw Error("search", VD_ERR_TEMPLATE, "a gallery of bare faces and one of faces with masks are needed");
+    if (bare.persons() != masked.persons() ||
+        !std::equal(bare.counts(), bare.counts() + bare.persons(), masked.counts()))
+        throw Error("search", VD_ERR_TEMPLATE,
+                    "the two galleries do not hold the same persons with the same numbers of templates");
+}
+
+// Room for the faces of any frame. Zeroed once, and after that only where a call has written: filling it for every
+// frame would cost more than tracking a face.
+class Records {
+public:
+    Records() : records_(static_cast<VDFACEINFOEX*>(std::calloc(VELDAN_DETECT_CAPACITY, sizeof(VDFACEINFOEX)))) {
+        if (!records_)
+            throw std::bad_alloc();
+    }
+
+    // The records for a call: those of `before`, then zeros.
+    VDFACEINFOEX* begin(const std::vector<VDFACEINFOEX>& before) {
+        std::fill_n(records_.get(), written_, VDFACEINFOEX{});
+        written_ = VELDAN_DETECT_CAPACITY; // unless the call says otherwise
+        std::copy_n(before.begin(), std::min<std::size_t>(before.size(), VELDAN_MAX_FACES), records_.get());
+        return records_.get();
+    }
+
+    // What the call has given. Where tracking gives 100 faces, more may have been written.
+    std::vector<VDFACEINFOEX> end(int count, std::size_t handedIn = 0) {
+        const auto given = static_cast<std::size_t>(count);
+        if (given != VELDAN_MAX_FACES)
+            written_ = std::max(given, std::max<std::size_t>(handedIn, 1));
+        return {records_.get(), records_.get() + given};
+    }
+
+private:
+    struct Free {
+        void operator()(VDFACEINFOEX* records) const { std::free(records); }
+    };
+    std::unique_ptr<VDFACEINFOEX[], Free> records_;
+    std::size_t written_ = 0;
+};
+
+} // namespace detail
+
 /** An instance with all engines. Movable, not copyable; one thread at a time. */
 class Instance {
 public:
     /** @param capacity  most persons of a searched gallery. Throws Error when a network cannot be loaded. */
-    explicit Instance(int capacity = VELDAN_DEFAULT_CAPACITY) {
+    explicit Instance(int capacity = VELDAN_DEFAULT_CAPACITY) : records_(std::make_unique<detail::Records>()) {
         int result = 0;
         handle_ = zzInitAlgNThread(nullptr, capacity, &result);
         if (handle_ == nullptr)
             throw Error("the library did not start", result);
-        records_.resize(VELDAN_DETECT_CAPACITY);
     }
     Instance(Instance&& other) noexcept
         : handle_(std::exchange(other.handle_, nullptr)), records_(std::move(other.records_)) {}
@@ -151,85 +238,115 @@ public:
     Instance& operator=(const Instance&) = delete;
     ~Instance() { zzFreeAlgThread(handle_); }
 
-    /** For entry points that have no counterpart here. */
+    /** For entry points that have no counterpart here. Null once the instance was moved elsewhere. */
     void* handle() const { return handle_; }
 
     /** Faces of an image, largest first; none is no error, and more than 100 are not either. */
     std::vector<VDFACEINFOEX> detect(ImageView image) {
+        detail::checkImage("detection", image, 100);
+        requireHandle("detection");
         int count = 0;
-        const int code = zzDetectFaceThread(handle_, image.pixels, image.width, image.height, &count, records_.data());
-        if (code == VD_ERR_NO_FACE && image.pixels != nullptr)
-            return {};
-        if (code != VD_ERR_TOO_MANY_FACES)
-            check("detection", code);
-        return {records_.begin(), records_.begin() + count};
+        const int code = zzDetectFaceThread(handle_, detail::unconst(image.pixels), image.width, image.height, &count,
+                                            records_->begin({}));
+        std::vector<VDFACEINFOEX> faces = records_->end(count);
+        if (code != VD_ERR_NO_FACE && code != VD_ERR_TOO_MANY_FACES)
+            detail::check("detection", code);
+        return faces;
     }
 
     /**
-     * Follows faces from frame to frame: hand in what the previous call gave, an empty list for the first frame. No
-     * face gives an empty list, with which the next frame starts anew. Throws Error when the image is unusable.
+     * Follows faces from frame to frame, as zzTrackFaceThread() does: hand in what the previous call gave, an empty
+     * list for the first frame. No face gives an empty list, with which the next frame starts anew; starting anew
+     * forgets the evidence of the searches before, see forgetEvidence(). Throws Error when the image is unusable.
+     *
+     * For one video at a time, and only for those who number the faces of a first frame and the newcomers themselves:
+     * Tracker does both.
      */
     void track(ImageView image, std::vector<VDFACEINFOEX>& faces) {
-        if (image.pixels == nullptr || image.width < 100 || image.height < 100)
-            throw Error("tracking", VD_ERR_IMAGE_TOO_SMALL);
+        detail::checkImage("tracking", image, 100);
+        requireHandle("tracking");
+        if (faces.empty())
+            forgetEvidence();
         int count = static_cast<int>(faces.size());
-        faces.resize(VELDAN_DETECT_CAPACITY);
-        const int code = zzTrackFaceThread(handle_, image.pixels, image.width, image.height, &count, faces.data());
-        faces.resize(code == VD_OK ? static_cast<std::size_t>(count) : 0);
-        if (code != VD_ERR_NO_FACE)
-            check("tracking", code);
+        const int code = zzTrackFaceThread(handle_, detail::unconst(image.pixels), image.width, image.height, &count,
+                                           records_->begin(faces));
+        std::vector<VDFACEINFOEX> found = records_->end(count, faces.size());
+        faces.clear();
+        if (code == VD_ERR_NO_FACE)
+            return;
+        detail::check("tracking", code);
+        faces = std::move(found);
     }
 
-    /** @name One engine over all faces of an image; each writes one word of the records */
+    /**
+     * Begins the counts of all tracks anew, as every decision of a search does: no search that was made before then
+     * counts towards one that comes after.
+     */
+    void forgetEvidence() {
+        requireHandle("search");
+        VdFaceAPI& api = *static_cast<VdFaceAPI*>(handle_);
+        for (int row = 0; row < 100; ++row)
+            api.searchHistory[row][0] = 0;
+    }
+
+    /** @name One engine over all faces of an image; each writes one word of the records
+     * Liveness aligns a face by its maskScore, so judge the mask first. */
     ///@{
     void judgeQuality(ImageView image, Span<VDFACEINFOEX> faces) {
-        check("quality", run(zzFaceQualityThread, image, faces));
+        judge("quality", zzFaceQualityThread, image, faces);
     }
     void judgeMask(ImageView image, Span<VDFACEINFOEX> faces) {
-        check("mask classification", run(zzFaceMaskThread, image, faces));
+        judge("mask classification", zzFaceMaskThread, image, faces);
     }
     void judgeLiveness(ImageView image, Span<VDFACEINFOEX> faces) {
-        check("liveness", run(zzVisLivenessDetectThread, image, faces));
+        judge("liveness", zzVisLivenessDetectThread, image, faces);
     }
     void judgeNearInfraredLiveness(ImageView image, Span<VDFACEINFOEX> faces) {
-        check("near-infrared liveness", run(zzNirLivenessDetectThread, image, faces));
+        judge("near-infrared liveness", zzNirLivenessDetectThread, image, faces);
     }
     ///@}
 
     /** Quality of one face for enrolment, 0 to 100: lowered when it is blurred. Written to the record too. */
     int enrolmentQuality(ImageView image, VDFACEINFOEX& face) {
-        // The call's result does not tell a quality of 15 or 32 from an error; the record does.
+        detail::checkImage("quality", image, 1);
+        // The call's result does not tell a quality of 12, 15 or 32 from an error; the record does.
         face.quality = -1;
-        const int code = zzFaceQuality4RegisterThread(handle_, image.pixels, image.width, image.height, 1, &face);
+        const int code =
+            zzFaceQuality4RegisterThread(handle_, detail::unconst(image.pixels), image.width, image.height, 1, &face);
         if (face.quality < 0)
-            check("quality", code);
+            detail::check("quality", code);
         return face.quality;
     }
 
     /** Template of a face for recognition. */
     Template extract(ImageView image, VDFACEINFOEX& face, Kind kind = Kind::Bare) {
-        return extractWith(kind == Kind::Bare ? zzExtractFeatureThread : zzMaskExtractFeatureThread, image, face);
+        return extractWith(kind == Kind::Bare ? zzExtractFeatureThread : zzMaskExtractFeatureThread, kind, image, face);
     }
     /** Template of a bare face for enrolment. A masked face is enrolled with what extract() gives. */
     Template extractForEnrolment(ImageView image, VDFACEINFOEX& face, Kind kind = Kind::Bare) {
-        return extractWith(kind == Kind::Bare ? zzExtractFeatureThread : zzMaskExtractFeature4RegThread, image, face);
+        return extractWith(kind == Kind::Bare ? zzExtractFeatureThread : zzMaskExtractFeature4RegThread, kind, image,
+                           face);
     }
 
-    /** Similarity of two templates of a kind, 0 to 1. Throws Error when one is damaged or of the other kind. */
+    /** Similarity of two templates of a kind, 0 to 1. Throws Error when one is none of that kind, see flawOf(). */
     float match(const Template& a, const Template& b, Kind kind = Kind::Bare) {
+        detail::checkTemplate("matching", a, kind);
+        detail::checkTemplate("matching", b, kind);
         return matchBytes(a.data(), b.data(), kind);
     }
 
     /**
-     * One-shot search: the person whose best template is the most similar one.
+     * One-shot search: the person whose best template is the most similar one. Throws Error when the feature is no
+     * template of the gallery's kind, see flawOf().
      * @param threshold  similarity that it must reach, 0 to 1
      * @return index and similarity of the person; index -1 when nobody reaches the threshold
      */
-    std::pair<int, float> identify(Gallery& gallery, const Template& feature, float threshold) {
+    std::pair<int, float> identify(const Gallery& gallery, const Template& feature, float threshold) {
+        detail::checkTemplate("identification", feature, gallery.kind());
+        requireHandle("identification");
         VDFACEINFOEX best{};
-        DetectSearchFeatureThread(handle_, static_cast<int>(gallery.kind()), gallery.data(),
-                                  static_cast<int>(gallery.templates()), 0.0F,
-                                  const_cast<unsigned char*>(feature.data()), &best);
+        DetectSearchFeatureThread(handle_, static_cast<int>(gallery.kind()), detail::unconst(gallery.data()),
+                                  static_cast<int>(gallery.templates()), 0.0F, detail::unconst(feature.data()), &best);
         // Nothing comparable scores 0, like an empty gallery.
         if (best.searchScore <= 0)
             return {-1, 0.0F};
@@ -241,97 +358,130 @@ public:
 
     /**
      * After track(), with the same image and records: searches the faces that are not recognised yet, masked ones in
-     * the masked gallery. Both galleries hold the same persons with the same number of templates each. Thresholds in
-     * percent; verdicts are in searchFlag, searchId, searchScore and strangerFlag.
+     * the masked gallery. Thresholds in percent; verdicts are in searchFlag, searchId, searchScore and strangerFlag.
+     * Throws Error when the galleries are not of these kinds, do not hold the same persons with the same number of
+     * templates each, or have more persons than the instance's capacity. Faces of a Tracker are searched by
+     * Tracker::search().
      */
-    void searchTracked(ImageView image, Span<VDFACEINFOEX> faces, Gallery& bare, Gallery& masked, int threshold,
-                       int maskThreshold, int qualityThreshold) {
-        check("search", zzSearchAllFaceThread(handle_, bare.data(), masked.data(), bare.persons(), bare.counts(),
-                                              bare.persons(), threshold, maskThreshold, qualityThreshold, image.pixels,
-                                              image.width, image.height, static_cast<int>(faces.size), faces.data));
+    void searchTracked(ImageView image, Span<VDFACEINFOEX> faces, const Gallery& bare, const Gallery& masked,
+                       int threshold, int maskThreshold, int qualityThreshold) {
+        detail::checkImage("search", image, 1);
+        checkFaces("search", faces);
+        detail::checkGalleries(bare, masked);
+        requireHandle("search");
+        // The flow itself passes over this failure for every face.
+        if (bare.persons() > static_cast<VdFaceAPI*>(handle_)->capacity)
+            throw Error("search", VD_SEARCH_CAPACITY);
+        detail::check("search",
+                      zzSearchAllFaceThread(handle_, detail::unconst(bare.data()), detail::unconst(masked.data()),
+                                            bare.persons(), detail::unconst(bare.counts()), bare.persons(), threshold,
+                                            maskThreshold, qualityThreshold, detail::unconst(image.pixels), image.width,
+                                            image.height, static_cast<int>(faces.size), faces.data));
     }
 
 private:
     using FrameOperation = int (*)(void*, unsigned char*, int, int, int, VDFACEINFOEX*);
     using Extraction = int (*)(void*, unsigned char*, int, int, int, VDFACEINFOEX*, unsigned char*);
 
-    static void check(const char* what, int code) {
-        if (code != VD_OK)
-            throw Error(what, code);
+    void requireHandle(const char* what) const {
+        if (handle_ == nullptr)
+            throw Error(what, VD_ERR_HANDLE);
+    }
+
+    static void checkFaces(const char* what, Span<VDFACEINFOEX> faces) {
+        if (faces.data == nullptr && faces.size > 0)
+            throw Error(what, VD_ERR_NO_FACE, "there are no records");
     }
 
     float matchBytes(const unsigned char* a, const unsigned char* b, Kind kind) {
         float score = 0;
         const auto operation = kind == Kind::Bare ? zzMatchFeatureThread : zzMaskMatchFeatureThread;
-        check("matching", operation(handle_, const_cast<unsigned char*>(a), const_cast<unsigned char*>(b), &score));
+        detail::check("matching", operation(handle_, detail::unconst(a), detail::unconst(b), &score));
         return score;
     }
 
-    int run(FrameOperation operation, ImageView image, Span<VDFACEINFOEX> faces) {
-        return operation(handle_, image.pixels, image.width, image.height, static_cast<int>(faces.size), faces.data);
+    void judge(const char* what, FrameOperation operation, ImageView image, Span<VDFACEINFOEX> faces) {
+        detail::checkImage(what, image, 1);
+        checkFaces(what, faces);
+        const int code = operation(handle_, detail::unconst(image.pixels), image.width, image.height,
+                                   static_cast<int>(faces.size), faces.data);
+        if (code == -1)
+            throw Error(what, code, "the arguments make no sense");
+        detail::check(what, code);
     }
 
-    Template extractWith(Extraction operation, ImageView image, VDFACEINFOEX& face) {
-        if (image.pixels == nullptr || image.width <= 0 || image.height <= 0)
-            throw Error("extraction", -1);
+    Template extractWith(Extraction operation, Kind kind, ImageView image, VDFACEINFOEX& face) {
+        detail::checkImage("extraction", image, 1);
         Template feature{};
-        check("extraction", operation(handle_, image.pixels, image.width, image.height, 1, &face, feature.data()));
+        detail::check("extraction", operation(handle_, detail::unconst(image.pixels), image.width, image.height, 1,
+                                              &face, feature.data()));
+        if (const std::string flaw = flawOf(feature, kind); !flaw.empty())
+            throw Error("extraction", VD_ERR_EXTRACT, "the template " + flaw);
         return feature;
     }
 
     void* handle_ = nullptr;
-    std::vector<VDFACEINFOEX> records_;
+    std::unique_ptr<detail::Records> records_;
 };
 
 /**
- * Follows the faces of a video, frame after frame. Instance::track() takes a face that overlaps none of the frame
- * before for its face 0, and gives the faces of a first frame no identities. Here every such face begins a new
- * identity, without a verdict, and no identity is ever used for two faces.
+ * Follows the faces of a video, frame after frame, and searches them. Instance::track() takes a face that overlaps none
+ * of the frame before for its face 0, and gives the faces of a first frame no identities. Here every such face begins a
+ * new identity, without a verdict, and no identity is ever used for two faces.
+ *
+ * A tracker keeps the evidence of its searches to itself, each face's apart from all others': nothing that was seen in
+ * another video, or of a face that has left, counts towards a verdict. So any number of trackers may follow videos with
+ * one instance, in turns or one after the other. Movable, not copyable; one thread at a time, that of the instance.
  */
-class Tracker {
+class VELDAN_API Tracker {
 public:
-    /** @param instance  must outlive the tracker, and should follow no other video meanwhile */
-    explicit Tracker(Instance& instance) : instance_(&instance) {}
+    /** @param instance  must outlive the tracker; may be moved */
+    explicit Tracker(Instance& instance) : Tracker(instance.handle()) {}
+    /** @param handle  of an instance, as zzInitAlgThread() gives it; must outlive the tracker */
+    explicit Tracker(void* handle);
+    Tracker(Tracker&& other) noexcept;
+    Tracker& operator=(Tracker&& other) noexcept;
+    Tracker(const Tracker&) = delete;
+    Tracker& operator=(const Tracker&) = delete;
+    ~Tracker();
 
     /**
-     * The faces of the next frame. Throws Error when the image is unusable. Hand the result to
-     * Instance::searchTracked() for the verdicts, which the faces keep in the frames that follow.
+     * The faces of the next frame, largest first, at most 100; valid until the next call. Box, key points, eyeDistance
+     * and quality are those of this frame. trackId is the face's identity; the verdict of search(), maskScore and
+     * liveness are what was last found of it (of a new face: searchId, maskScore and liveness -1, all else 0).
+     *
+     * Throws Error when the image is unusable; the tracker is then as before the call.
      */
-    std::vector<VDFACEINFOEX>& next(ImageView image) {
-        std::vector<VDFACEINFOEX> before = faces_;
-        instance_->track(image, faces_);
-        for (VDFACEINFOEX& face : faces_)
-            if (!takeIdentity(face, before))
-                begin(face);
-        return faces_;
+    const std::vector<VDFACEINFOEX>& next(ImageView image) {
+        detail::checkImage("tracking", image, 100);
+        detail::check("tracking", advance(image.pixels, image.width, image.height));
+        return faces();
+    }
+
+    /** The faces of the last frame. */
+    const std::vector<VDFACEINFOEX>& faces() const noexcept;
+
+    /**
+     * After next(), with the same image: searches the faces that are not recognised yet, as Instance::searchTracked().
+     * @return the faces of the frame with their verdicts, maskScore judged anew
+     */
+    const std::vector<VDFACEINFOEX>& search(ImageView image, const Gallery& bare, const Gallery& masked, int threshold,
+                                            int maskThreshold, int qualityThreshold) {
+        detail::checkImage("search", image, 1);
+        detail::checkGalleries(bare, masked);
+        detail::check("search", searchFaces(bare.data(), masked.data(), bare.counts(), bare.persons(), threshold,
+                                            maskThreshold, qualityThreshold, image.pixels, image.width, image.height));
+        return faces();
     }
 
 private:
-    static bool overlap(const VDFACEINFOEX& a, const VDFACEINFOEX& b) {
-        return a.x < b.x + b.width && b.x < a.x + a.width && a.y < b.y + b.height && b.y < a.y + a.height;
-    }
+    int advance(const unsigned char* image, int width, int height);
+    int searchFaces(const unsigned char* bare, const unsigned char* masked, const int* counts, int persons,
+                    int threshold, int maskThreshold, int qualityThreshold, const unsigned char* image, int width,
+                    int height);
 
-    // Whether the face is one of the frame before, which then no other face can be.
-    static bool takeIdentity(const VDFACEINFOEX& face, std::vector<VDFACEINFOEX>& before) {
-        for (auto candidate = before.begin(); candidate != before.end(); ++candidate)
-            if (candidate->trackId == face.trackId && overlap(*candidate, face)) {
-                before.erase(candidate);
-                return true;
-            }
-        return false;
-    }
-
-    void begin(VDFACEINFOEX& face) {
-        face.trackId = next_++;
-        face.searchFlag = 0;
-        face.searchId = -1;
-        face.searchScore = 0;
-        face.strangerFlag = 0;
-    }
-
-    Instance* instance_;
-    std::vector<VDFACEINFOEX> faces_;
-    int next_ = 0;
+    struct State;
+    std::unique_ptr<State> state_;
 };
 
 } // namespace veldan

@@ -1,3 +1,4 @@
+#include "api/search_history.hpp"
 #include "models/truncation.hpp"
 #include "recog/gallery_search.hpp"
 #include "recog/similarity.hpp"
@@ -23,9 +24,6 @@ constexpr int floatBytes = 4;
 constexpr double surely = 0.8;
 constexpr int attemptsToDecide = 3;
 constexpr int attemptsToGiveUp = 5;
-constexpr int historyRows = 100;
-// Words in front of the blocks of a history row; the first one is the number of attempts.
-constexpr int rowHead = 3;
 
 // What extraction itself says is deliberately not looked at: a face that could not be extracted still has its template,
 // of what the buffer holds, so that the templates of a call always stand where the caller expects them. The buffer
@@ -111,17 +109,15 @@ int VdFaceAPI::SearchFeature(int kind, unsigned char* gallery, int galleryNum, i
     if (face->searchFlag == 1)
         return VD_OK;
 
-    // Tracking gives no negative identities; those of other callers share the rows all the same.
-    const int row = (face->trackId % historyRows + historyRows) % historyRows;
-    std::int32_t* const history = searchHistory[row];
+    std::int32_t* const history = searchHistory[veldan::historyRowOf(face->trackId)];
     const int attempts = ++history[0];
-    const auto blockOf = [&](int block) { return history + rowHead + static_cast<std::ptrdiff_t>(capacity) * block; };
+    const auto scoresOf = [&](int attempt) { return veldan::historyBlock(history, capacity, attempt); };
     const veldan::GalleryMatch match =
-        veldan::searchGallery(kind, gallery, templateNums, personNum, feature, blockOf((attempts - 1) % 3));
+        veldan::searchGallery(kind, gallery, templateNums, personNum, feature, scoresOf(attempts));
 
     // A decision for one face deliberately starts the others anew as well.
     const auto decide = [&](int code) {
-        for (int i = 0; i < historyRows; ++i)
+        for (int i = 0; i < veldan::historyRows; ++i)
             searchHistory[i][0] = 0;
         return code;
     };
@@ -139,7 +135,7 @@ int VdFaceAPI::SearchFeature(int kind, unsigned char* gallery, int galleryNum, i
     int bestSum = 0;
     int bestPerson = 0;
     for (int person = 0; person < personNum; ++person) {
-        const int sum = blockOf(0)[person] + blockOf(1)[person] + blockOf(2)[person];
+        const int sum = scoresOf(1)[person] + scoresOf(2)[person] + scoresOf(3)[person];
         if (sum > bestSum) {
             bestSum = sum;
             bestPerson = person;

@@ -1,3 +1,5 @@
+#include "api/search_history.hpp"
+
 #include <veldan/face_api.h>
 #include <veldan/face_landmark.hpp>
 #include <veldan/face_mask.hpp>
@@ -50,7 +52,7 @@ constexpr char version[] = "Quilvane_FaceAPI_V5.4.7.20200817";
 static_assert(sizeof(version) == VELDAN_VERSION_SIZE);
 
 constexpr int minImageSide = 100;
-constexpr std::size_t historyRows = 100;
+constexpr auto historyRows = static_cast<std::size_t>(veldan::historyRows);
 
 // Zeroed memory from the allocator instead of a fill: at the default capacity the history is 18 million bytes, which
 // would be touched at every start-up although most applications search few of the rows.
@@ -115,9 +117,8 @@ int VdFaceAPI::vdInitAlg(char* path, int /*mode*/, int capacity_) {
     }
 
     searchHistory = allocateZeroed<std::int32_t*>(historyRows);
-    const std::size_t rowSize = 3 * (static_cast<std::size_t>(capacity) + 1);
     for (std::size_t row = 0; row < historyRows; ++row)
-        searchHistory[row] = allocateZeroed<std::int32_t>(rowSize);
+        searchHistory[row] = allocateZeroed<std::int32_t>(veldan::historyRowLength(capacity));
     return VD_OK;
 }
 

@@ -1,0 +1,189 @@
+#include "api/instance_handle.hpp"
+#include "api/search_history.hpp"
+
+#include <veldan/face_api.h>
+#include <veldan/veldan.hpp>
+
+#include <algorithm>
+#include <array>
+#include <bitset>
+#include <climits>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+namespace veldan {
+
+namespace {
+
+using Faces = std::vector<VDFACEINFOEX>;
+
+constexpr int notJudged = -1;
+
+bool overlap(const VDFACEINFOEX& a, const VDFACEINFOEX& b) {
+    return a.x < b.x + b.width && b.x < a.x + a.width && a.y < b.y + b.height && b.y < a.y + a.height;
+}
+
+// What this frame shows of a face. All other words would be those of the face that had this place in the list before.
+VDFACEINFOEX seen(const VDFACEINFOEX& record) {
+    VDFACEINFOEX face{};
+    face.x = record.x;
+    face.y = record.y;
+    face.width = record.width;
+    face.height = record.height;
+    face.keyPointNum = record.keyPointNum;
+    std::copy_n(record.keyPointX, 7, face.keyPointX);
+    std::copy_n(record.keyPointY, 7, face.keyPointY);
+    face.quality = record.quality;
+    face.eyeDistance = record.eyeDistance;
+    return face;
+}
+
+void carryOver(const VDFACEINFOEX& before, VDFACEINFOEX& face) {
+    face.trackId = before.trackId;
+    face.searchFlag = before.searchFlag;
+    face.searchId = before.searchId;
+    face.searchScore = before.searchScore;
+    face.strangerFlag = before.strangerFlag;
+    face.maskScore = before.maskScore;
+    face.liveness = before.liveness;
+}
+
+// A search history that an instance uses in place of its own for the time of a search. Rows get their length when they
+// are first searched with: most tracks of most videos never need one.
+class Evidence {
+public:
+    Evidence() {
+        for (std::vector<std::int32_t>& row : rows_)
+            row.resize(1); // the number of searches
+    }
+
+    void forget(int trackId) { rows_[index(trackId)][0] = 0; }
+
+    void prepare(int trackId, int capacity) {
+        std::vector<std::int32_t>& row = rows_[index(trackId)];
+        row.resize(std::max(row.size(), historyRowLength(capacity)));
+    }
+
+    std::int32_t** lend() {
+        std::transform(rows_.begin(), rows_.end(), lent_.begin(), [](auto& row) { return row.data(); });
+        return lent_.data();
+    }
+
+private:
+    static std::size_t index(int trackId) { return static_cast<std::size_t>(historyRowOf(trackId)); }
+
+    std::array<std::vector<std::int32_t>, historyRows> rows_;
+    std::array<std::int32_t*, historyRows> lent_{};
+};
+
+// Puts the instance's own history back whatever happens.
+class Loan {
+public:
+    Loan(VdFaceAPI& api, Evidence& evidence) : api_(api), own_(std::exchange(api.searchHistory, evidence.lend())) {}
+    Loan(const Loan&) = delete;
+    Loan& operator=(const Loan&) = delete;
+    ~Loan() { api_.searchHistory = own_; }
+
+private:
+    VdFaceAPI& api_;
+    std::int32_t** own_;
+};
+
+} // namespace
+
+// Not exported with the class that it is part of.
+struct __attribute__((visibility("hidden"))) Tracker::State {
+    explicit State(void* handle_) : handle(handle_) {}
+
+    // Gives the faces their identities: those of the frame before, each to one face, and new ones to all others.
+    void identify(Faces found) {
+        std::vector<bool> known(found.size());
+        std::bitset<historyRows> rowsInUse;
+        for (std::size_t i = 0; i < found.size(); ++i) {
+            const auto before = std::find_if(faces.begin(), faces.end(), [&](const VDFACEINFOEX& candidate) {
+                return candidate.trackId == found[i].trackId && overlap(candidate, found[i]);
+            });
+            found[i] = seen(found[i]);
+            known[i] = before != faces.end();
+            if (!known[i])
+                continue;
+            carryOver(*before, found[i]);
+            rowsInUse.set(static_cast<std::size_t>(historyRowOf(before->trackId)));
+            faces.erase(before);
+        }
+        for (std::size_t i = 0; i < found.size(); ++i)
+            if (!known[i])
+                begin(found[i], rowsInUse);
+        faces = std::move(found);
+    }
+
+    // Faces whose identities differ by a multiple of 100 would share their evidence, so such numbers are passed over.
+    void begin(VDFACEINFOEX& face, std::bitset<historyRows>& rowsInUse) {
+        const auto row = [this] { return static_cast<std::size_t>(historyRowOf(unused)); };
+        const auto advance = [this] { unused = unused < INT_MAX ? unused + 1 : 0; };
+        while (rowsInUse.test(row()))
+            advance();
+        rowsInUse.set(row());
+        evidence.forget(unused);
+        face.trackId = unused;
+        advance();
+        face.searchFlag = 0;
+        face.searchId = -1;
+        face.searchScore = 0;
+        face.strangerFlag = 0;
+        face.maskScore = notJudged;
+        face.liveness = notJudged;
+    }
+
+    void* handle;
+    Faces faces;
+    int unused = 0;
+    detail::Records records;
+    Evidence evidence;
+};
+
+Tracker::Tracker(void* handle) : state_(std::make_unique<State>(handle)) {}
+Tracker::Tracker(Tracker&& other) noexcept = default;
+Tracker& Tracker::operator=(Tracker&& other) noexcept = default;
+Tracker::~Tracker() = default;
+
+const std::vector<VDFACEINFOEX>& Tracker::faces() const noexcept {
+    return state_->faces;
+}
+
+int Tracker::advance(const unsigned char* image, int width, int height) {
+    State& state = *state_;
+    int count = static_cast<int>(state.faces.size());
+    const int code = zzTrackFaceThread(state.handle, detail::unconst(image), width, height, &count,
+                                       state.records.begin(state.faces));
+    Faces found = state.records.end(count, state.faces.size());
+    if (code == VD_ERR_NO_FACE)
+        found.clear();
+    else if (code != VD_OK)
+        return code;
+    state.identify(std::move(found));
+    return VD_OK;
+}
+
+int Tracker::searchFaces(const unsigned char* bare, const unsigned char* masked, const int* counts, int persons,
+                         int threshold, int maskThreshold, int qualityThreshold, const unsigned char* image, int width,
+                         int height) {
+    State& state = *state_;
+    if (state.handle == nullptr)
+        return VD_ERR_HANDLE;
+    VdFaceAPI& api = *instanceOf(state.handle);
+    // The flow itself passes over this failure for every face.
+    if (persons > api.capacity)
+        return VD_SEARCH_CAPACITY;
+    for (const VDFACEINFOEX& face : state.faces)
+        if (face.searchFlag < 1)
+            state.evidence.prepare(face.trackId, api.capacity);
+    const Loan loan(api, state.evidence);
+    return zzSearchAllFaceThread(state.handle, detail::unconst(bare), detail::unconst(masked), persons,
+                                 detail::unconst(counts), persons, threshold, maskThreshold, qualityThreshold,
+                                 detail::unconst(image), width, height, static_cast<int>(state.faces.size()),
+                                 state.faces.data());
+}
+
+} // namespace veldan
