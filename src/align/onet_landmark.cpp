@@ -28,9 +28,9 @@ OnetLandmark::~OnetLandmark() = default;
 
 int OnetLandmark::mOnetInitAlg(char* /*path*/) {
     // A copy of its own of the detector's network, which is not reentrant either.
-    std::vector<unsigned char> bytes;
-    const int error = veldan::loadNetworkBytes(length_VELDAN_V5_1_0_FaceDetectO, data_VELDAN_V5_1_0_FaceDetectO, bytes);
-    return error == VD_OK ? veldan::readWarmTensorflowNet(bytes, inputSide, net) : error;
+    return veldan::loadTensorflowNet(
+        length_VELDAN_V5_1_0_FaceDetectO, data_VELDAN_V5_1_0_FaceDetectO,
+        {"input_image", 3, {inputSide, inputSide}, {{outputNames[0], 4}, {outputNames[1], 10}}}, net);
 }
 
 int OnetLandmark::mOnetLandmark(unsigned char* image, int width, int height, int faceNum, VDFACEINFOEX* faces) {

@@ -12,6 +12,7 @@ namespace {
 
 constexpr int inputSide = 48;
 constexpr int firstPoint = 5;
+constexpr int landmarkValues = 4;
 
 } // namespace
 
@@ -26,7 +27,9 @@ vdFaceLandmark::vdFaceLandmark() = default;
 vdFaceLandmark::~vdFaceLandmark() = default;
 
 int vdFaceLandmark::landmarkInitAlg(char* /*path*/) {
-    return veldan::loadTensorflowNet(length_VELDAN_V5_1_0_FaceMaskAlign, data_VELDAN_V5_1_0_FaceMaskAlign, net);
+    return veldan::loadTensorflowNet(
+        length_VELDAN_V5_1_0_FaceMaskAlign, data_VELDAN_V5_1_0_FaceMaskAlign,
+        {"input_image", 3, {inputSide, inputSide}, {{"landmark_fc/MatMul", landmarkValues}}}, net);
 }
 
 int vdFaceLandmark::landmarkEvaluation(unsigned char* image, int width, int height, int faceNum, VDFACEINFOEX* faces) {
@@ -43,7 +46,7 @@ int vdFaceLandmark::landmarkEvaluation(unsigned char* image, int width, int heig
         get_crop_landmark(frame, face.x, face.y, face.width, face.height, inputSide, crop, rect);
         net.setInput(veldan::inputBlob(crop), "input_image", 1.0, cv::Scalar());
         const cv::Mat output = net.forward("landmark_fc/MatMul");
-        const float* const point = veldan::outputValues(output, 4);
+        const float* const point = veldan::outputValues(output, landmarkValues);
         // In the pixels of the bordered image when the square left the image, and deliberately not shifted back.
         const auto left = static_cast<float>(rect.x);
         const auto top = static_cast<float>(rect.y);

@@ -25,7 +25,8 @@ vdFaceMask::vdFaceMask() = default;
 vdFaceMask::~vdFaceMask() = default;
 
 int vdFaceMask::maskInitAlg(char* /*path*/) {
-    return veldan::loadTensorflowNet(length_VELDAN_V5_1_0_FaceMaskDetect, data_VELDAN_V5_1_0_FaceMaskDetect, net);
+    return veldan::loadTensorflowNet(length_VELDAN_V5_1_0_FaceMaskDetect, data_VELDAN_V5_1_0_FaceMaskDetect,
+                                     {"input_image", 3, {inputSide, inputSide}, {{"Softmax", 2}}}, net);
 }
 
 int vdFaceMask::maskEvaluation(unsigned char* image, int width, int height, int faceNum, VDFACEINFOEX* faces) {

@@ -23,7 +23,8 @@ QUALITYEVALUATION::QUALITYEVALUATION() = default;
 QUALITYEVALUATION::~QUALITYEVALUATION() = default;
 
 int QUALITYEVALUATION::mqInitAlg(char* /*path*/) {
-    return veldan::loadTensorflowNet(length_VELDAN_V5_0_0_FaceQuality, data_VELDAN_V5_0_0_FaceQuality, net);
+    return veldan::loadTensorflowNet(length_VELDAN_V5_0_0_FaceQuality, data_VELDAN_V5_0_0_FaceQuality,
+                                     {"input_image", 3, {inputSide, inputSide}, {{"softmax/Softmax", 2}}}, net);
 }
 
 int QUALITYEVALUATION::mqQualityEvaluation(unsigned char* image, int width, int height, int faceCount,

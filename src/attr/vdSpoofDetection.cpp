@@ -54,11 +54,12 @@ vdSpoofDetection::vdSpoofDetection() = default;
 vdSpoofDetection::~vdSpoofDetection() = default;
 
 int vdSpoofDetection::vdSpoofInitAlg(char* /*path*/) {
-    const int error =
-        veldan::loadTensorflowNet(length_VELDAN_V5_0_0_LiveDetect_RGB, data_VELDAN_V5_0_0_LiveDetect_RGB, rgbNet);
+    const int error = veldan::loadTensorflowNet(length_VELDAN_V5_0_0_LiveDetect_RGB, data_VELDAN_V5_0_0_LiveDetect_RGB,
+                                                {"", 3, {cropSide, cropSide}, {{"", 2}}}, rgbNet);
     if (error != VD_OK)
         return error;
-    return veldan::loadTensorflowNet(length_VELDAN_V5_1_0_LiveDetect_NIR, data_VELDAN_V5_1_0_LiveDetect_NIR, nirNet);
+    return veldan::loadTensorflowNet(length_VELDAN_V5_1_0_LiveDetect_NIR, data_VELDAN_V5_1_0_LiveDetect_NIR,
+                                     {"", 1, nirRegion.size(), {{"", 2}}}, nirNet);
 }
 
 int vdSpoofDetection::vdSpoofFreeAlg() {

@@ -77,8 +77,9 @@ cv::dnn::Net& veldan::DetectorWorkspace::levelNet(std::size_t index) {
 }
 
 int veldan::DetectorAccess::loadProposalNet(MTCNN& detector, std::vector<unsigned char> bytes) {
-    // No warm-up pass: the input changes size from level to level.
-    const int error = readTensorflowNet(bytes, detector.pnet);
+    // Any size would do: the input changes its from level to level.
+    const int error = readTensorflowNet(
+        bytes, {"input_image", 3, {48, 48}, {{proposalOutputs[0], 8}, {proposalOutputs[1], 16}}}, detector.pnet);
     if (error != VD_OK)
         return error;
     detector.workspace->proposalNetwork = std::move(bytes);
@@ -87,11 +88,14 @@ int veldan::DetectorAccess::loadProposalNet(MTCNN& detector, std::vector<unsigne
 }
 
 int veldan::DetectorAccess::loadRefinementNet(MTCNN& detector, const std::vector<unsigned char>& bytes) {
-    return readWarmTensorflowNet(bytes, 24, detector.rnet);
+    return readTensorflowNet(
+        bytes, {"input_image", 3, {24, 24}, {{refinementOutputs[0], 2}, {refinementOutputs[1], 4}}}, detector.rnet);
 }
 
 int veldan::DetectorAccess::loadOutputNet(MTCNN& detector, const std::vector<unsigned char>& bytes) {
-    return readWarmTensorflowNet(bytes, 48, detector.onet);
+    return readTensorflowNet(
+        bytes, {"input_image", 3, {48, 48}, {{outputOutputs[0], 2}, {outputOutputs[1], 4}, {outputOutputs[2], 10}}},
+        detector.onet);
 }
 
 MTCNN::MTCNN()

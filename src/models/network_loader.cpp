@@ -47,6 +47,25 @@ bool hasAllWeights(cv::dnn::Net& net) {
     return true;
 }
 
+bool hasForm(cv::dnn::Net& net, const NetworkForm& form) {
+    const int shape[] = {1, form.channels, form.size.height, form.size.width};
+    net.setInput(cv::Mat(4, shape, CV_32F, cv::Scalar(-127.5 / 128)), form.input);
+    std::vector<cv::Mat> outputs;
+    if (form.outputs.front().name.empty()) {
+        outputs.push_back(net.forward());
+    } else {
+        std::vector<cv::String> names;
+        for (const NetworkForm::Output& output : form.outputs)
+            names.push_back(output.name);
+        net.forward(outputs, names);
+    }
+    for (std::size_t i = 0; i < outputs.size(); ++i)
+        if (outputs[i].type() != CV_32F || outputs[i].dims < 2 || outputs[i].size[0] != 1 ||
+            outputs[i].size[1] != form.outputs[i].values)
+            return false;
+    return true;
+}
+
 // OpenCV 4.6 keeps what its TensorFlow reader can read in a static map that every call fills in anew, without a lock:
 // two threads that make the process's first calls at the same time damage it and crash. Later calls only write what is
 // there already. So the first call is made here, once, on the smallest graph there is; other threads wait for it. It is
@@ -68,25 +87,16 @@ int readTensorflowNet(const std::vector<unsigned char>& bytes, cv::dnn::Net& net
     return readNet([&] { return cv::dnn::readNetFromTensorflow(bytes); }, net);
 }
 
-int readWarmTensorflowNet(const std::vector<unsigned char>& bytes, int side, cv::dnn::Net& net) {
-    cv::dnn::Net loaded;
-    const int error = readTensorflowNet(bytes, loaded);
-    if (error != VD_OK)
-        return error;
-    try {
-        const cv::Mat image = cv::Mat::zeros(side, side, CV_8UC3);
-        const cv::Mat blob = cv::dnn::blobFromImage(image, 1.0, cv::Size(), cv::Scalar(), false, false, CV_32F);
-        loaded.setInput(blob, "input_image", 1.0, cv::Scalar());
-        loaded.forward();
-    } catch (const cv::Exception&) {
-        // Still part of loading: a file can be well-formed and yet not be a network for this input.
-        return VD_ERR_NETWORK;
-    }
-    net = loaded;
-    return VD_OK;
+int readTensorflowNet(const std::vector<unsigned char>& bytes, const NetworkForm& form, cv::dnn::Net& net) {
+    prepareTensorflowReader();
+    const auto read = [&] {
+        cv::dnn::Net loaded = cv::dnn::readNetFromTensorflow(bytes);
+        return hasForm(loaded, form) ? loaded : cv::dnn::Net();
+    };
+    return readNet(read, net);
 }
 
-int loadCaffeNet(StoredFile weights, StoredFile text, const char* outputLayer, cv::dnn::Net& net) {
+int loadCaffeNet(StoredFile weights, StoredFile text, const NetworkForm& form, cv::dnn::Net& net) {
     std::vector<unsigned char> weightBytes;
     std::vector<unsigned char> textBytes;
     int error = loadNetworkBytes(weights.length, weights.data, weightBytes);
@@ -96,15 +106,15 @@ int loadCaffeNet(StoredFile weights, StoredFile text, const char* outputLayer, c
         return error;
     const auto read = [&] {
         cv::dnn::Net loaded = cv::dnn::readNetFromCaffe(textBytes, weightBytes);
-        return loaded.getLayerId(outputLayer) >= 0 && hasAllWeights(loaded) ? loaded : cv::dnn::Net();
+        return hasAllWeights(loaded) && hasForm(loaded, form) ? loaded : cv::dnn::Net();
     };
     return readNet(read, net);
 }
 
-int loadTensorflowNet(NetworkLength length, NetworkData data, cv::dnn::Net& net) {
+int loadTensorflowNet(NetworkLength length, NetworkData data, const NetworkForm& form, cv::dnn::Net& net) {
     std::vector<unsigned char> bytes;
     const int error = loadNetworkBytes(length, data, bytes);
-    return error == VD_OK ? readTensorflowNet(bytes, net) : error;
+    return error == VD_OK ? readTensorflowNet(bytes, form, net) : error;
 }
 
 } // namespace veldan

@@ -19,12 +19,12 @@ const char* tagOf(int kind) {
     return kind == bareKind ? "VD_V5.0" : "VD_V5.4";
 }
 
-// The sum over all bytes, the one in question taken out again: so the loop has no branch and runs as vector code.
-unsigned char sumWithout(const unsigned char* buffer, int length, int position) {
+// Over all bytes, without a branch: so the loop runs as vector code.
+unsigned char sumOf(const unsigned char* buffer, int length) {
     unsigned char sum = 0;
     for (int i = 0; i < length; ++i)
         sum = static_cast<unsigned char>(sum ^ buffer[i]);
-    return static_cast<unsigned char>(sum ^ buffer[position]);
+    return sum;
 }
 
 bool isInside(const unsigned char* buffer, int length, int position) {
@@ -34,13 +34,17 @@ bool isInside(const unsigned char* buffer, int length, int position) {
 } // namespace
 
 int AddSum(unsigned char* buffer, int length, int position) {
-    if (isInside(buffer, length, position))
-        buffer[position] = sumWithout(buffer, length, position);
+    if (!isInside(buffer, length, position))
+        return 0;
+    // The byte may be one that nobody has written yet.
+    buffer[position] = 0;
+    buffer[position] = sumOf(buffer, length);
     return 0;
 }
 
 int CheckSum(const unsigned char* buffer, int length, int position) {
-    return isInside(buffer, length, position) && sumWithout(buffer, length, position) == buffer[position] ? 0 : damaged;
+    // The sum with its own byte vanishes.
+    return isInside(buffer, length, position) && sumOf(buffer, length) == 0 ? 0 : damaged;
 }
 
 int TzEncode(int kind, const unsigned char* feature, int featureLength, unsigned char* out) {

@@ -17,6 +17,10 @@ cv::Mat recognizerBlob(const cv::Mat& crop) {
 
 } // namespace
 
+NetworkForm recognizerForm(const std::string& outputLayer) {
+    return {"", 3, {cropSide, cropSide}, {{outputLayer, featureLength}}};
+}
+
 int extractFeatures(cv::dnn::Net& net, const std::string& layer, const AlignFace& align, int faceNum,
                     const VDFACEINFOEX* faces, float* feature) {
     cv::Mat crop(cropSide, cropSide, CV_8UC3);

@@ -1,6 +1,7 @@
 #ifndef VELDAN_RECOG_FEATURE_EXTRACTION_HPP
 #define VELDAN_RECOG_FEATURE_EXTRACTION_HPP
 
+#include "models/network_loader.hpp"
 #include "recog/template_layout.hpp"
 
 #include <veldan/face_record.h>
@@ -14,6 +15,9 @@
 namespace veldan {
 
 // What both recognizers do with each face: align it into a crop, ask the network, write 128 floats.
+
+// What either network is shown, and gives.
+NetworkForm recognizerForm(const std::string& outputLayer);
 
 // How a recognizer makes its crop of 112 x 112: returns 0, or the code that the extraction then ends with. The crop is
 // black when it is called.

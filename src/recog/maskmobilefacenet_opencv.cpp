@@ -24,7 +24,8 @@ MASKMOBILEFACENET::~MASKMOBILEFACENET() = default;
 int MASKMOBILEFACENET::maskfInitAlg(char* /*path*/) {
     return veldan::loadCaffeNet(
         {length_VELDAN_V5_2_0_FaceMaskRecog_Model, data_VELDAN_V5_2_0_FaceMaskRecog_Model},
-        {length_VELDAN_V5_2_0_FaceMaskRecog_Prototxt, data_VELDAN_V5_2_0_FaceMaskRecog_Prototxt}, outputLayer, net);
+        {length_VELDAN_V5_2_0_FaceMaskRecog_Prototxt, data_VELDAN_V5_2_0_FaceMaskRecog_Prototxt},
+        veldan::recognizerForm(outputLayer), net);
 }
 
 int MASKMOBILEFACENET::maskfFreeAlg() {

@@ -21,7 +21,7 @@ MOBILEFACENET::~MOBILEFACENET() = default;
 int MOBILEFACENET::mfInitAlg(char* /*path*/) {
     return veldan::loadCaffeNet({length_VELDAN_V5_0_0_FaceRecog_Model, data_VELDAN_V5_0_0_FaceRecog_Model},
                                 {length_VELDAN_V5_0_0_FaceRecog_Prototxt, data_VELDAN_V5_0_0_FaceRecog_Prototxt},
-                                outputLayer, net);
+                                veldan::recognizerForm(outputLayer), net);
 }
 
 int MOBILEFACENET::mfFreeAlg() {

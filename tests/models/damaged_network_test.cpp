@@ -19,6 +19,7 @@
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -186,6 +187,29 @@ TEST_P(DamagedNetwork, LeavesNoInstance) {
 
     for (const auto load : users.at(name))
         EXPECT_EQ(load(), 20);
+}
+
+// Each network where each other one belongs: the files are whole, and some of them even take the same input.
+TEST(SwappedNetworks, AreRefused) {
+    const auto isGraph = [](const std::string& name) {
+        return name.find("FaceRecog") == std::string::npos && name.find("FaceMaskRecog") == std::string::npos;
+    };
+    for (const std::string name : names)
+        for (const std::string other : names) {
+            if (name == other || !isGraph(name) || !isGraph(other))
+                continue;
+            store = wholeNetworks();
+            store[name] = wholeNetworks().at(other);
+            for (const auto load : users.at(name))
+                EXPECT_EQ(load(), 20) << other << " as " << name;
+        }
+    store = wholeNetworks();
+    std::swap(store["VELDAN_V5_0_0_FaceRecog_Model"], store["VELDAN_V5_2_0_FaceMaskRecog_Model"]);
+    EXPECT_EQ(recognizer(), 20);
+    EXPECT_EQ(maskRecognizer(), 20);
+    std::swap(store["VELDAN_V5_0_0_FaceRecog_Prototxt"], store["VELDAN_V5_2_0_FaceMaskRecog_Prototxt"]);
+    EXPECT_EQ(recognizer(), 20);
+    EXPECT_EQ(maskRecognizer(), 20);
 }
 
 // The liveness engine is usable for visible light when only the other network is damaged.

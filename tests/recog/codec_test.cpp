@@ -5,9 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstring>
 #include <random>
 #include <string>
+#include <sys/mman.h>
+#include <ucontext.h>
 #include <vector>
 
 namespace {
@@ -118,6 +121,38 @@ TEST(CodecChecksum, AtAnyPosition) {
         data[20] = static_cast<unsigned char>(data[20] ^ 8U);
         EXPECT_EQ(CheckSum(data.data(), 32, position), -1);
     }
+}
+
+// The byte may never have been written, so that it must not be read before it is zeroed: here it stands on a page of
+// its own, and the first touch of that page tells what it was.
+struct FirstTouch {
+    static constexpr std::size_t page = 4096;
+    static unsigned char* memory;
+    static bool wasWrite;
+
+    static void open(int /*signal*/, siginfo_t* /*info*/, void* context) {
+        constexpr greg_t writing = 2; // of the processor's page fault code
+        wasWrite = (static_cast<ucontext_t*>(context)->uc_mcontext.gregs[REG_ERR] & writing) != 0;
+        mprotect(memory + page, page, PROT_READ | PROT_WRITE);
+    }
+};
+unsigned char* FirstTouch::memory = nullptr;
+bool FirstTouch::wasWrite = false;
+
+TEST(CodecChecksum, WritesItsByteBeforeItReadsIt) {
+    constexpr std::size_t page = FirstTouch::page;
+    FirstTouch::memory = static_cast<unsigned char*>(
+        mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_EQ(mprotect(FirstTouch::memory + page, page, PROT_NONE), 0);
+    struct sigaction action = {};
+    struct sigaction before = {};
+    action.sa_sigaction = FirstTouch::open;
+    action.sa_flags = SA_SIGINFO;
+    ASSERT_EQ(sigaction(SIGSEGV, &action, &before), 0);
+    AddSum(FirstTouch::memory + page - 7, 8, 7);
+    sigaction(SIGSEGV, &before, nullptr);
+    munmap(FirstTouch::memory, 2 * page);
+    EXPECT_TRUE(FirstTouch::wasWrite);
 }
 
 TEST(CodecArguments, ThatMakeNoSense) {
