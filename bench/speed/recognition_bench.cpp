@@ -37,11 +37,11 @@ struct Scene {
         align();
         if (veldan::loadCaffeNet({length_VELDAN_V5_0_0_FaceRecog_Model, data_VELDAN_V5_0_0_FaceRecog_Model},
                                  {length_VELDAN_V5_0_0_FaceRecog_Prototxt, data_VELDAN_V5_0_0_FaceRecog_Prototxt},
-                                 "fc1_scale", bare) ||
+                                 {"", 3, {112, 112}, {{"fc1_scale", 128}}}, bare) ||
             veldan::loadCaffeNet(
                 {length_VELDAN_V5_2_0_FaceMaskRecog_Model, data_VELDAN_V5_2_0_FaceMaskRecog_Model},
-                {length_VELDAN_V5_2_0_FaceMaskRecog_Prototxt, data_VELDAN_V5_2_0_FaceMaskRecog_Prototxt}, "pre_fc1",
-                masked))
+                {length_VELDAN_V5_2_0_FaceMaskRecog_Prototxt, data_VELDAN_V5_2_0_FaceMaskRecog_Prototxt},
+                {"", 3, {112, 112}, {{"pre_fc1", 128}}}, masked))
             throw std::runtime_error("a recognizer does not load");
     }
 

@@ -68,13 +68,18 @@ TEST_P(NetworkAnswers, AreThoseOfTheTrainer) {
 
 #define GRAPH(NAME)                                                                                                    \
     StoredNetwork {                                                                                                    \
-#NAME, [](cv::dnn::Net & net) { return veldan::loadTensorflowNet(length_##NAME, data_##NAME, net); }           \
+#NAME, [](cv::dnn::Net & net) {                                                                               \
+            std::vector<unsigned char> bytes;                                                                          \
+            const int error = veldan::loadNetworkBytes(length_##NAME, data_##NAME, bytes);                             \
+            return error == 0 ? veldan::readTensorflowNet(bytes, net) : error;                                         \
+        }        \
     }
 #define CAFFE(NAME, OUTPUT)                                                                                            \
     StoredNetwork {                                                                                                    \
 #NAME "_Model", [](cv::dnn::Net& net) {                                                                        \
             return veldan::loadCaffeNet({length_##NAME##_Model, data_##NAME##_Model},                                  \
-                                        {length_##NAME##_Prototxt, data_##NAME##_Prototxt}, OUTPUT, net);              \
+                                        {length_##NAME##_Prototxt, data_##NAME##_Prototxt},                            \
+                                        {"", 3, {112, 112}, {{OUTPUT, 128}}}, net);                                    \
         }       \
     }
 const StoredNetwork networks[] = {GRAPH(VELDAN_V5_1_0_FaceDetectP),

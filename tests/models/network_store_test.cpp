@@ -84,6 +84,8 @@ int lengthOfThree() {
     return 3;
 }
 
+const veldan::NetworkForm form{"input_image", 3, {48, 48}, {{"conv5_1/Conv2D", 8}}};
+
 TEST(LoadNetwork, FailureLeavesTheOutputAlone) {
     const veldan::NetworkLength lengths[] = {[] { return 0; }, [] { return -1; }, lengthOfThree};
     for (const auto length : lengths) {
@@ -94,20 +96,21 @@ TEST(LoadNetwork, FailureLeavesTheOutputAlone) {
         EXPECT_EQ(bytes, (Bytes{1, 2}));
         cv::dnn::Net net;
         EXPECT_EQ(veldan::loadTensorflowNet(
-                      length, [](unsigned char*) { return -1; }, net),
+                      length, [](unsigned char*) { return -1; }, form, net),
                   20);
     }
 }
 
 TEST(LoadNetwork, BytesThatAreNoNetwork) {
     cv::dnn::Net net;
-    ASSERT_EQ(veldan::loadTensorflowNet(length_VELDAN_V5_1_0_FaceDetectP, data_VELDAN_V5_1_0_FaceDetectP, net), 0);
+    ASSERT_EQ(veldan::loadTensorflowNet(length_VELDAN_V5_1_0_FaceDetectP, data_VELDAN_V5_1_0_FaceDetectP, form, net),
+              0);
     const auto layers = net.getLayerNames();
     const auto text = [](unsigned char* out) {
         std::copy_n("png", 3, out);
         return 0;
     };
-    EXPECT_EQ(veldan::loadTensorflowNet(lengthOfThree, text, net), 20);
+    EXPECT_EQ(veldan::loadTensorflowNet(lengthOfThree, text, form, net), 20);
     EXPECT_EQ(net.getLayerNames(), layers) << "a failed load must not replace the network";
 }
 
