@@ -16,6 +16,8 @@ def build_messages(package, schema):
             if repeated and kind == FIELD.TYPE_FLOAT:
                 field.options.packed = True  # or every number would carry a tag of its own
     pool = descriptor_pool.DescriptorPool()
-    pool.Add(f)
-    factory = message_factory.MessageFactory(pool)
-    return {m: factory.GetPrototype(pool.FindMessageTypeByName(f"{package}.{m}")) for m in schema}
+    pool.AddSerializedFile(f.SerializeToString())
+    found = {m: pool.FindMessageTypeByName(f"{package}.{m}") for m in schema}
+    if hasattr(message_factory, "GetMessageClass"):  # since 4.22, and all that there is since 5
+        return {m: message_factory.GetMessageClass(d) for m, d in found.items()}
+    return {m: message_factory.MessageFactory(pool).GetPrototype(d) for m, d in found.items()}
