@@ -89,7 +89,7 @@ def steps_a_second(network, batch, seconds):
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--seconds", type=float, default=40, help="of forward passes (default: %(default)s)")
-    parser.add_argument("--training", type=float, default=4, help="seconds of training each (default: %(default)s)")
+    parser.add_argument("--training", type=float, default=4, help="seconds of training each, 0 for none (default: %(default)s)")
     args = parser.parse_args()
     torch.set_num_threads(1)
     cv2.setNumThreads(1)
@@ -98,11 +98,11 @@ def main():
     took = milliseconds({"MobileFaceNet": reader(mobilefacenet()),
                          **{name: reader(embedding.export(n)) for name, n in networks.items()}}, args.seconds)
     print("| shape | million multiplications | million weights | ms | MobileFaceNet takes | steps a second |\n|---|---|---|---|---|---|")
-    print(f"| MobileFaceNet | | | {took['MobileFaceNet']:.2f} | | |")
+    print(f"| MobileFaceNet | | | {took['MobileFaceNet']:.2f} | | |", flush=True)
     for name, n in networks.items():
         products, weights = embedding.cost(n.definition)
         print(f"| {name} | {products:.0f} | {weights:.2f} | {took[name]:.2f} | {took['MobileFaceNet'] / took[name]:.2f} times as long | "
-              f"{steps_a_second(n, 64, args.training):.2f} |", flush=True)
+              f"{f'{steps_a_second(n, 64, args.training):.2f}' if args.training else ''} |", flush=True)
 
 
 if __name__ == "__main__":

@@ -42,11 +42,11 @@ def masked(stages, **changes):
 SHAPES = {
     # A block on the 14 x 14 maps tells more than the same weights on 7 x 7; the last two are narrow so that the file stays small.
     "FaceRecog": {"residual": bare(((48, (48,)), (96, (96, 96)), (128, (96, 80)))),
-                  "deep": bare(((48, 2), (96, 10), (160, 2)), wide=384)},
+                  "deep": bare(((48, 1), (96, 10), (160, 2)), wide=384)},
     # The painted half says nothing: it is cut off first, and the work goes twice into the other half: into the mirror image, or into
-    # channels.
+    # more blocks.
     "FaceMaskRecog": {"residual": masked(((48, (48,)), (96, (96,)), (128, (128, 128))), wide=192, mirrored=True),
-                      "deep": masked(((64, 2), (128, 10), (160, 2)), wide=384)},
+                      "deep": masked(((48, 2), (96, 14), (160, 4)), wide=384)},
 }
 
 
