@@ -3,6 +3,7 @@
 #include "detect/workspace.hpp"
 #include "frames.hpp"
 #include "options.hpp"
+#include "support/allocations.hpp"
 
 #include <veldan/mtcnn.hpp>
 
@@ -38,8 +39,10 @@ void detect(benchmark::State& state, cv::Mat frame) {
 
     veldan::StageTimes times;
     veldan::DetectorAccess::workspace(*detector).times = &times;
+    const Allocations before = allocationsSoFar();
     for (auto _ : state)
         run();
+    const Allocations after = allocationsSoFar();
     veldan::DetectorAccess::workspace(*detector).times = nullptr;
 
     state.counters["proposals"] =
@@ -47,6 +50,11 @@ void detect(benchmark::State& state, cv::Mat frame) {
     state.counters["refined"] =
         static_cast<double>(detector->Detect_mtcnn(frame, minSize(frame), thresholds, factor, 2).size());
     state.counters["faces"] = count;
+    const auto perFrame = [&](const char* name, std::size_t total) {
+        state.counters[name] = benchmark::Counter(static_cast<double>(total), benchmark::Counter::kAvgIterations);
+    };
+    perFrame("allocations", after.number - before.number);
+    perFrame("allocated", after.bytes - before.bytes);
     // Seconds a frame, shown as 12.3u for microseconds, 1.2m for milliseconds.
     const auto stage = [&](const char* name, double seconds) {
         state.counters[name] = benchmark::Counter(seconds, benchmark::Counter::kAvgIterations);

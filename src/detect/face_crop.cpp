@@ -37,43 +37,58 @@ void writePlanes(const cv::Mat& image, float mean, float scale, float* planes) {
     }
 }
 
-const cv::Mat* FaceCropper::crop(const cv::Mat& image, const FaceInfo& box, cv::Size size) {
+namespace {
+
+// The pixels of a box, cut off at the image's borders; and whether anything was cut off.
+struct Cut {
+    int left, top, right, bottom;
+    bool leavesImage;
+
+    Cut(const cv::Mat& image, const FaceInfo& box)
+        : left(std::max(static_cast<int>(box.x1), 0)), top(std::max(static_cast<int>(box.y1), 0)),
+          right(std::min(static_cast<int>(box.x2), image.cols)), bottom(std::min(static_cast<int>(box.y2), image.rows)),
+          leavesImage(box.x1 < 0 || box.x2 > static_cast<float>(image.cols) || box.y1 < 0 ||
+                      box.y2 > static_cast<float>(image.rows)) {}
+};
+
+} // namespace
+
+bool FaceCropper::hasCrop(const cv::Mat& image, const FaceInfo& box) {
     if (!isNear(box.x1) || !isNear(box.y1) || !isNear(box.x2) || !isNear(box.y2))
-        return nullptr;
-    const int left = std::max(static_cast<int>(box.x1), 0);
-    const int top = std::max(static_cast<int>(box.y1), 0);
-    const int right = std::min(static_cast<int>(box.x2), image.cols);
-    const int bottom = std::min(static_cast<int>(box.y2), image.rows);
-
-    const bool leavesImage =
-        box.x1 < 0 || box.x2 > static_cast<float>(image.cols) || box.y1 < 0 || box.y2 > static_cast<float>(image.rows);
-    if (!leavesImage) {
-        if (right <= left || bottom <= top)
-            return nullptr;
-        cv::resize(image(cv::Range(top, bottom), cv::Range(left, right)), resized, size, 0, 0, cv::INTER_LINEAR);
-        return &resized;
-    }
-
-    const int cropWidth = static_cast<int>(box.x2 - box.x1);
-    const int cropHeight = static_cast<int>(box.y2 - box.y1);
+        return false;
+    const Cut cut(image, box);
+    if (!cut.leavesImage)
+        return cut.right > cut.left && cut.bottom > cut.top;
+    const int width = static_cast<int>(box.x2 - box.x1);
+    const int height = static_cast<int>(box.y2 - box.y1);
     const int largestSide =
         std::max({alwaysAllowedSide, 2 * std::min(image.cols, 1 << 29), 2 * std::min(image.rows, 1 << 29)});
-    if (cropWidth <= 0 || cropHeight <= 0 || cropWidth > largestSide || cropHeight > largestSide)
-        return nullptr;
-    padded.create(cropHeight, cropWidth, image.type());
-    padded.setTo(cv::Scalar::all(0));
+    return width > 0 && height > 0 && width <= largestSide && height <= largestSide;
+}
+
+const cv::Mat& FaceCropper::crop(const cv::Mat& image, const FaceInfo& box, cv::Size size) {
+    const Cut cut(image, box);
+    if (!cut.leavesImage) {
+        cv::resize(image(cv::Range(cut.top, cut.bottom), cv::Range(cut.left, cut.right)), resized, size, 0, 0,
+                   cv::INTER_LINEAR);
+        return resized;
+    }
+
+    const cv::Size paddedSize(static_cast<int>(box.x2 - box.x1), static_cast<int>(box.y2 - box.y1));
+    black.assign(static_cast<std::size_t>(paddedSize.width) * static_cast<std::size_t>(paddedSize.height) * 3, 0);
+    cv::Mat padded(paddedSize, CV_8UC3, black.data());
     // Where the image's part lies in the crop. With whole edges, as the cascade has them, both have the same size; a
     // fractional edge can make them differ by one, then the smaller one counts.
-    const int cropLeft = static_cast<int>(static_cast<float>(left) - box.x1);
-    const int cropTop = static_cast<int>(static_cast<float>(top) - box.y1);
-    const int width = std::min(right - left, cropWidth - cropLeft);
-    const int height = std::min(bottom - top, cropHeight - cropTop);
+    const int cropLeft = static_cast<int>(static_cast<float>(cut.left) - box.x1);
+    const int cropTop = static_cast<int>(static_cast<float>(cut.top) - box.y1);
+    const int width = std::min(cut.right - cut.left, padded.cols - cropLeft);
+    const int height = std::min(cut.bottom - cut.top, padded.rows - cropTop);
     if (width > 0 && height > 0)
-        image(cv::Rect(left, top, width, height)).copyTo(padded(cv::Rect(cropLeft, cropTop, width, height)));
+        image(cv::Rect(cut.left, cut.top, width, height)).copyTo(padded(cv::Rect(cropLeft, cropTop, width, height)));
     cv::resize(padded, resized, size, 0, 0, cv::INTER_LINEAR);
-    if (padded.total() * padded.elemSize() > keptScratchBytes)
-        padded.release();
-    return &resized;
+    if (black.size() > keptScratchBytes)
+        black = {};
+    return resized;
 }
 
 } // namespace veldan

@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <utility>
 
 static_assert(sizeof(FaceInfo) == 29 * sizeof(float));
@@ -31,6 +30,12 @@ const std::vector<cv::String> proposalOutputs = {"conv5_1/Conv2D", "conv5_2/Conv
 const std::vector<cv::String> refinementOutputs = {"cls_fc/Softmax", "bbox_fc/MatMul"};
 const std::vector<cv::String> outputOutputs = {"cls_fc/Softmax", "bbox_fc/MatMul", "landmark_fc/MatMul"};
 
+// Sizes of a network's passes besides that of a crop for each thread. The larger a pass, the less the calls between the
+// layers count; beyond these sizes the layers no longer fit into the processor's second cache. A crop of the output
+// network is work enough by itself.
+const std::vector<int> refinementPasses = {32, 4};
+const std::vector<int> outputPasses = {};
+
 bool isImage(const cv::Mat& img) {
     return !img.empty() && img.dims == 2 && img.type() == CV_8UC3;
 }
@@ -44,10 +49,10 @@ bool hasFiniteEdges(const FaceInfo& box) {
 }
 
 // A network's input blob over memory of ours, which only grows: neither freed nor cleared between frames.
-cv::Mat blobOver(std::vector<float>& memory, std::size_t images, cv::Size size) {
-    const int shape[] = {static_cast<int>(images), 3, size.height, size.width};
-    const std::size_t samples =
-        images * 3 * static_cast<std::size_t>(size.height) * static_cast<std::size_t>(size.width);
+cv::Mat blobOver(std::vector<float>& memory, int images, cv::Size size) {
+    const int shape[] = {images, 3, size.height, size.width};
+    const std::size_t samples = static_cast<std::size_t>(images) * 3 * static_cast<std::size_t>(size.height) *
+                                static_cast<std::size_t>(size.width);
     if (memory.size() < samples)
         memory.resize(samples);
     return {4, shape, CV_32F, memory.data()};
@@ -69,33 +74,54 @@ double Pointdistance(cv::Point a, cv::Point b) {
            std::pow(static_cast<float>(static_cast<double>(a.y) - b.y), 2.0F);
 }
 
-cv::dnn::Net& veldan::DetectorWorkspace::levelNet(std::size_t index) {
-    index = std::min(index, maxLevelNets - 1);
-    while (levelNets.size() <= index)
-        levelNets.push_back(cv::dnn::readNetFromTensorflow(proposalNetwork));
-    return levelNets[index];
-}
-
-int veldan::DetectorAccess::loadProposalNet(MTCNN& detector, std::vector<unsigned char> bytes) {
-    // Any size would do: the input changes its from level to level.
-    const int error = readTensorflowNet(
-        bytes, {"input_image", 3, {48, 48}, {{proposalOutputs[0], 8}, {proposalOutputs[1], 16}}}, detector.pnet);
-    if (error != VD_OK)
-        return error;
-    detector.workspace->proposalNetwork = std::move(bytes);
-    detector.workspace->levelNets.clear();
+int veldan::DetectorAccess::loadProposalNet(MTCNN& detector, const std::vector<unsigned char>& bytes) {
+    // Any size would do: the levels' sizes come with the first frame.
+    const NetworkForm form{"input_image", 3, {48, 48}, {{proposalOutputs[0], 8}, {proposalOutputs[1], 16}}};
+    decltype(detector.workspace->levels) levels;
+    for (SteadyNetwork& level : levels) {
+        const bool isFirst = &level == levels.data();
+        const int error = isFirst ? readTensorflowNet(bytes, form, level.net) : readTensorflowNet(bytes, level.net);
+        if (error != VD_OK)
+            return error;
+    }
+    detector.pnet = levels[0].net;
+    detector.workspace->levels = std::move(levels);
     return VD_OK;
 }
 
+namespace {
+
+// Reads as many copies of a refinement network as it has sizes of passes.
+int loadPasses(const std::vector<unsigned char>& bytes, const veldan::NetworkForm& form,
+               const std::vector<int>& fixedSizes, const std::vector<cv::String>& outputNames,
+               veldan::BatchPasses& passes, cv::dnn::Net& net) {
+    std::vector<cv::dnn::Net> copies(fixedSizes.size() + 1);
+    int error = veldan::readTensorflowNet(bytes, form, copies[0]);
+    for (std::size_t i = 1; error == VD_OK && i < copies.size(); ++i)
+        error = veldan::readTensorflowNet(bytes, copies[i]);
+    if (error != VD_OK)
+        return error;
+    const cv::dnn::Net first = copies[0];
+    try {
+        passes.load(std::move(copies), fixedSizes, form.size.width, outputNames);
+    } catch (const cv::Exception&) {
+        return VD_ERR_NETWORK; // a network, but not one for batches of crops
+    }
+    net = first;
+    return VD_OK;
+}
+
+} // namespace
+
 int veldan::DetectorAccess::loadRefinementNet(MTCNN& detector, const std::vector<unsigned char>& bytes) {
-    return readTensorflowNet(
-        bytes, {"input_image", 3, {24, 24}, {{refinementOutputs[0], 2}, {refinementOutputs[1], 4}}}, detector.rnet);
+    return loadPasses(bytes, {"input_image", 3, {24, 24}, {{refinementOutputs[0], 2}, {refinementOutputs[1], 4}}},
+                      refinementPasses, refinementOutputs, detector.workspace->refinement, detector.rnet);
 }
 
 int veldan::DetectorAccess::loadOutputNet(MTCNN& detector, const std::vector<unsigned char>& bytes) {
-    return readTensorflowNet(
+    return loadPasses(
         bytes, {"input_image", 3, {48, 48}, {{outputOutputs[0], 2}, {outputOutputs[1], 4}, {outputOutputs[2], 10}}},
-        detector.onet);
+        outputPasses, outputOutputs, detector.workspace->output, detector.onet);
 }
 
 MTCNN::MTCNN()
@@ -113,7 +139,7 @@ int MTCNN::mtcnnInitAlg(char* /*path*/) {
         return error == VD_OK ? read(bytes) : error;
     };
     int error = load(length_VELDAN_V5_1_0_FaceDetectP, data_VELDAN_V5_1_0_FaceDetectP,
-                     [this](auto& bytes) { return DetectorAccess::loadProposalNet(*this, std::move(bytes)); });
+                     [this](const auto& bytes) { return DetectorAccess::loadProposalNet(*this, bytes); });
     if (error == VD_OK)
         error = load(length_VELDAN_V5_1_0_FaceDetectR, data_VELDAN_V5_1_0_FaceDetectR,
                      [this](const auto& bytes) { return DetectorAccess::loadRefinementNet(*this, bytes); });
@@ -217,66 +243,69 @@ std::vector<FaceInfo> MTCNN::Detect_mtcnn(const cv::Mat& img, int minSize, const
 
 std::vector<FaceInfo> MTCNN::NextStage(const cv::Mat& img, std::vector<FaceInfo>& boxes, int width, int height,
                                        int stage, float threshold) {
-    cv::dnn::Net& net = stage == 2 ? rnet : onet;
-    if ((stage != 2 && stage != 3) || boxes.empty() || width <= 0 || height <= 0 || !isImage(img) || net.empty())
+    if ((stage != 2 && stage != 3) || boxes.empty() || width <= 0 || height <= 0 || !isImage(img) ||
+        (stage == 2 ? rnet : onet).empty())
         return {};
 
-    // The crops go straight into the blob, at the place of the next box that has one.
-    const cv::Size size(width, height);
-    cv::Mat blob = blobOver(workspace->blob, boxes.size(), size);
-    std::vector<const FaceInfo*> cropped;
-    cropped.reserve(boxes.size());
-    {
-        const StageTimer timer(workspace->times, stage == 2 ? &StageTimes::refinementCrops : &StageTimes::outputCrops);
-        for (const FaceInfo& box : boxes) {
-            const cv::Mat* crop = workspace->cropper.crop(img, box, size);
-            if (crop == nullptr)
-                continue;
-            veldan::writePlanes(*crop, pixelMean, pixelScale, blob.ptr<float>(static_cast<int>(cropped.size())));
+    std::vector<const FaceInfo*>& cropped = workspace->cropped;
+    cropped.clear();
+    for (const FaceInfo& box : boxes)
+        if (veldan::FaceCropper::hasCrop(img, box))
             cropped.push_back(&box);
-        }
-    }
-    if (cropped.empty())
-        return {};
 
+    const cv::Size size(width, height);
+    veldan::BatchPasses& passes = stage == 2 ? workspace->refinement : workspace->output;
     const int count = static_cast<int>(cropped.size());
-    std::vector<cv::Mat>& outputs = workspace->outputs;
-    {
-        const StageTimer timer(workspace->times, stage == 2 ? &StageTimes::refinementNet : &StageTimes::outputNet);
-        net.setInput(blobOver(workspace->blob, cropped.size(), size), "input_image", 1.0, cv::Scalar());
-        net.forward(outputs, stage == 2 ? refinementOutputs : outputOutputs);
-    }
-    CV_Assert(outputs[0].rows == count && outputs[0].cols == 2 && outputs[0].isContinuous());
-    CV_Assert(outputs[1].rows == count && outputs[1].cols == 4 && outputs[1].isContinuous());
-    if (stage == 3)
-        CV_Assert(outputs[2].rows == count && outputs[2].cols == 10 && outputs[2].isContinuous());
-
     std::vector<FaceInfo> survivors;
-    for (int i = 0; i < count; ++i) {
-        const float score = outputs[0].ptr<float>(i)[1];
-        const auto* regression = outputs[1].ptr<float>(i);
-        if (!(threshold <= score) || !areFinite(regression, 4))
-            continue;
-        const FaceInfo& box = *cropped[static_cast<std::size_t>(i)];
-        FaceInfo survivor{};
-        survivor.x1 = box.x1;
-        survivor.y1 = box.y1;
-        survivor.x2 = box.x2;
-        survivor.y2 = box.y2;
-        survivor.score = score;
-        std::copy_n(regression, 4, survivor.regression);
-        if (stage == 3) {
-            const auto* landmark = outputs[2].ptr<float>(i);
-            if (!areFinite(landmark, 10))
-                continue;
-            const float w = box.x2 - box.x1 + 1;
-            const float h = box.y2 - box.y1 + 1;
-            for (int k = 0; k < 5; ++k) {
-                survivor.landmark[2 * k] = landmark[2 * k] * w + box.x1;
-                survivor.landmark[2 * k + 1] = landmark[2 * k + 1] * h + box.y1;
-            }
+    for (int begin = 0; begin < count;) {
+        const int rows = passes.passSize(count, count - begin);
+        const int end = std::min(begin + rows, count);
+        // The crops go straight into the blob.
+        cv::Mat blob = blobOver(workspace->blob, rows, size);
+        {
+            const StageTimer timer(workspace->times,
+                                   stage == 2 ? &StageTimes::refinementCrops : &StageTimes::outputCrops);
+            for (int i = begin; i < end; ++i)
+                veldan::writePlanes(workspace->cropper.crop(img, *cropped[static_cast<std::size_t>(i)], size),
+                                    pixelMean, pixelScale, blob.ptr<float>(i - begin));
         }
-        survivors.push_back(survivor);
+        const std::vector<cv::Mat>* outputs = nullptr;
+        {
+            const StageTimer timer(workspace->times, stage == 2 ? &StageTimes::refinementNet : &StageTimes::outputNet);
+            outputs = &passes.run(blob);
+        }
+        CV_Assert((*outputs)[0].rows == rows && (*outputs)[0].cols == 2);
+        CV_Assert((*outputs)[1].rows == rows && (*outputs)[1].cols == 4);
+        if (stage == 3)
+            CV_Assert((*outputs)[2].rows == rows && (*outputs)[2].cols == 10);
+
+        for (int row = 0; row < end - begin; ++row) {
+            const float score = (*outputs)[0].ptr<float>(row)[1];
+            const auto* regression = (*outputs)[1].ptr<float>(row);
+            if (!(threshold <= score) || !areFinite(regression, 4))
+                continue;
+            const FaceInfo& box = *cropped[static_cast<std::size_t>(begin + row)];
+            FaceInfo survivor{};
+            survivor.x1 = box.x1;
+            survivor.y1 = box.y1;
+            survivor.x2 = box.x2;
+            survivor.y2 = box.y2;
+            survivor.score = score;
+            std::copy_n(regression, 4, survivor.regression);
+            if (stage == 3) {
+                const auto* landmark = (*outputs)[2].ptr<float>(row);
+                if (!areFinite(landmark, 10))
+                    continue;
+                const float w = box.x2 - box.x1 + 1;
+                const float h = box.y2 - box.y1 + 1;
+                for (int k = 0; k < 5; ++k) {
+                    survivor.landmark[2 * k] = landmark[2 * k] * w + box.x1;
+                    survivor.landmark[2 * k + 1] = landmark[2 * k + 1] * h + box.y1;
+                }
+            }
+            survivors.push_back(survivor);
+        }
+        begin = end;
     }
     return survivors;
 }
@@ -329,20 +358,18 @@ std::vector<FaceInfo> MTCNN::ProposalNet(const cv::Mat& img, int minSize, float 
         cv::Mat blob = blobOver(workspace->blob, 1, size);
         {
             const StageTimer timer(workspace->times, &StageTimes::pyramid);
-            cv::resize(img, workspace->level, size, 1.0, 0, cv::INTER_LINEAR);
-            veldan::writePlanes(workspace->level, pixelMean, pixelScale, blob.ptr<float>());
+            cv::resize(img, workspace->levelImage, size, 1.0, 0, cv::INTER_LINEAR);
+            veldan::writePlanes(workspace->levelImage, pixelMean, pixelScale, blob.ptr<float>());
         }
-        std::vector<cv::Mat>& outputs = workspace->outputs;
+        veldan::SteadyNetwork& network = workspace->level(position);
         {
             const StageTimer timer(workspace->times, &StageTimes::proposalNet);
-            cv::dnn::Net& net = position == 0 ? pnet : workspace->levelNet(position - 1);
-            net.setInput(blob, "input_image", 1.0, cv::Scalar());
-            net.forward(outputs, proposalOutputs);
+            network.run(blob, proposalOutputs);
         }
         {
             const StageTimer timer(workspace->times, &StageTimes::decoding);
-            softmax_in_anchor(outputs[0]);
-            GenerateBBox(&outputs[0], &outputs[1], scale, threshold);
+            softmax_in_anchor(network.outputs[0]);
+            GenerateBBox(&network.outputs[0], &network.outputs[1], scale, threshold);
         }
         const std::vector<FaceInfo> survivors = NMS(candidateBoxes, proposalOverlap, 'u');
         totalBoxes.insert(totalBoxes.end(), survivors.begin(), survivors.end());

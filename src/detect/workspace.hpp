@@ -1,6 +1,7 @@
 #ifndef VELDAN_DETECT_WORKSPACE_HPP
 #define VELDAN_DETECT_WORKSPACE_HPP
 
+#include "detect/batch_passes.hpp"
 #include "detect/box_suppression.hpp"
 #include "detect/face_crop.hpp"
 #include "detect/stage_times.hpp"
@@ -8,29 +9,29 @@
 #include <veldan/mtcnn.hpp>
 
 #include <opencv2/core.hpp>
-#include <opencv2/dnn.hpp>
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <vector>
 
 namespace veldan {
 
-// What a detector keeps from frame to frame besides the members of its class: buffers, and further proposal networks.
+// What a detector keeps from frame to frame besides the members of its class: buffers, and further copies of the
+// networks, so that each sees inputs of one size only.
 struct DetectorWorkspace {
-    // A network allocates its layers anew whenever its input changes size, as it does from one pyramid level to the
-    // next. So each level that is scored has a network of its own: the first MTCNN::pnet, the others these, made from
-    // the same bytes when a frame first needs them.
-    std::vector<unsigned char> proposalNetwork;
-    std::vector<cv::dnn::Net> levelNets;
+    // One for each pyramid level that is scored; the first is MTCNN::pnet. Common image sizes have four such levels,
+    // those of 4,000 pixels five. What lies beyond shares the last one.
+    std::array<SteadyNetwork, 5> levels;
+    SteadyNetwork& level(std::size_t position) { return levels[std::min(position, levels.size() - 1)]; }
 
-    // Common image sizes have three levels after the first. What lies beyond the limit shares the last network.
-    static constexpr std::size_t maxLevelNets = 4;
-    cv::dnn::Net& levelNet(std::size_t index);
+    BatchPasses refinement; // the first copy is MTCNN::rnet
+    BatchPasses output;     // and here MTCNN::onet
 
-    cv::Mat level;
+    cv::Mat levelImage;
     std::vector<float> blob;
-    std::vector<cv::Mat> outputs;
     std::vector<FaceInfo> batch;
+    std::vector<const FaceInfo*> cropped;
     BoxSuppression suppression;
     FaceCropper cropper;
     StageTimes* times = nullptr; // to be filled, when somebody measures
@@ -38,7 +39,7 @@ struct DetectorWorkspace {
 
 // A detector with networks other than the embedded ones, for tests and benchmarks.
 struct DetectorAccess {
-    static int loadProposalNet(MTCNN& detector, std::vector<unsigned char> bytes);
+    static int loadProposalNet(MTCNN& detector, const std::vector<unsigned char>& bytes);
     static int loadRefinementNet(MTCNN& detector, const std::vector<unsigned char>& bytes);
     static int loadOutputNet(MTCNN& detector, const std::vector<unsigned char>& bytes);
     static const std::vector<FaceInfo>& candidates(const MTCNN& detector) { return detector.candidateBoxes; }

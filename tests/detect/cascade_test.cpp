@@ -89,8 +89,6 @@ TEST_P(BatchSizes, EveryBoxGoesThroughOneBatchOf128) {
     std::vector<cv::Point> expected(grid.corners.begin(), grid.corners.begin() + count);
     std::reverse(expected.begin(), expected.end());
     EXPECT_EQ(corners(refined), expected);
-    // What the network saw last is the last batch.
-    EXPECT_EQ(DetectorAccess::workspace(*detector).outputs[0].rows, (count - 1) % 128 + 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Counts, BatchSizes, testing::Values(1, 127, 128, 129, 255));
