@@ -10,7 +10,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
-#include <cstdint>
+#include <functional>
 #include <set>
 #include <string>
 #include <utility>
@@ -139,6 +139,133 @@ TEST_F(VeldanHpp, EvidenceStaysWithItsFace) {
     instance->track(view(empty), faces);
     EXPECT_TRUE(faces.empty());
     EXPECT_EQ(search(stranger), 0);
+}
+
+TEST_F(VeldanHpp, TrackedFacesKeepWhatWasFound) {
+    const Galleries known(0.95);
+    Tracker tracker(*instance);
+    const VDFACEINFOEX first = tracker.next(view(photo)).at(0);
+    EXPECT_EQ(first.searchId, -1);
+    EXPECT_EQ(first.maskScore, -1);
+    EXPECT_EQ(first.liveness, -1);
+    EXPECT_EQ(std::vector<int>(first.reserved4, first.reserved4 + 3), std::vector<int>(3, 0));
+    const VDFACEINFOEX found = follow(tracker, known);
+    EXPECT_EQ(found.searchFlag, 1);
+    EXPECT_GE(found.maskScore, 0);
+    Tracker moved = std::move(tracker);
+    const VDFACEINFOEX later = moved.next(view(photo)).at(0);
+    EXPECT_EQ(later.trackId, first.trackId);
+    EXPECT_EQ(later.searchFlag, 1);
+    EXPECT_EQ(later.maskScore, found.maskScore);
+    EXPECT_THROW(moved.next({}), Error);
+    EXPECT_EQ(moved.faces().size(), 1U) << "as before the call that failed";
+}
+
+TEST_F(VeldanHpp, ImagesThatCannotBeUsedAreNamed) {
+    VDFACEINFOEX record = face;
+    std::vector<VDFACEINFOEX> faces;
+    const Galleries galleries(0.9);
+    Tracker tracker(*instance);
+    const std::vector<unsigned char> bytes(99 * 120 * 3);
+    const ImageView small{bytes.data(), 99, 120};
+    const std::vector<std::function<void(ImageView)>> calls = {
+        [&](ImageView image) { instance->detect(image); },
+        [&](ImageView image) { instance->track(image, faces); },
+        [&](ImageView image) { tracker.next(image); },
+        [&](ImageView image) { tracker.search(image, galleries.bare, galleries.masked, 70, 70, 0); },
+        [&](ImageView image) {
+            instance->judgeQuality(image, {&record, 1});
+        },
+        [&](ImageView image) {
+            instance->judgeMask(image, {&record, 1});
+        },
+        [&](ImageView image) {
+            instance->judgeLiveness(image, {&record, 1});
+        },
+        [&](ImageView image) {
+            instance->judgeNearInfraredLiveness(image, {&record, 1});
+        },
+        [&](ImageView image) { instance->enrolmentQuality(image, record); },
+        [&](ImageView image) { instance->extract(image, record); },
+        [&](ImageView image) { instance->extractForEnrolment(image, record, Kind::Masked); },
+    };
+    for (std::size_t i = 0; i < calls.size(); ++i) {
+        EXPECT_THAT(failureOf([&] {
+                        calls[i]({nullptr, 200, 200});
+                    }),
+                    testing::Pair(13, testing::HasSubstr("no pixels")))
+            << i;
+        EXPECT_THAT(failureOf([&] {
+                        calls[i]({bytes.data(), 0, 120});
+                    }),
+                    testing::Pair(27, testing::HasSubstr("0 x 120")))
+            << i;
+        if (i < 3) {
+            EXPECT_THAT(failureOf([&] { calls[i](small); }), testing::Pair(27, testing::HasSubstr("99 x 120"))) << i;
+        }
+    }
+    EXPECT_THAT(failureOf([&] {
+                    instance->judgeMask(view(photo), {nullptr, 1});
+                }),
+                testing::Pair(13, testing::HasSubstr("no records")));
+}
+
+TEST_F(VeldanHpp, GalleriesMustBelongTogether) {
+    const Galleries fit(0.9);
+    Gallery two(Kind::Masked);
+    two.add({});
+    two.add({templateOf(maskedFeature, Kind::Masked)});
+    Gallery twice(Kind::Masked);
+    twice.add({templateOf(maskedFeature, Kind::Masked), templateOf(maskedFeature, Kind::Masked)});
+    Gallery manyBare;
+    Gallery manyMasked(Kind::Masked);
+    for (int person = 0; person <= capacity; ++person) {
+        manyBare.add({});
+        manyMasked.add({});
+    }
+    Tracker tracker(*instance);
+    std::vector<VDFACEINFOEX> faces(1, face);
+    const std::vector<std::function<void(const Gallery&, const Gallery&)>> searches = {
+        [&](const Gallery& a, const Gallery& b) { tracker.search(view(photo), a, b, 70, 70, 0); },
+        [&](const Gallery& a, const Gallery& b) { instance->searchTracked(view(photo), faces, a, b, 70, 70, 0); }};
+    for (const auto& search : searches) {
+        EXPECT_EQ(failureOf([&] { search(fit.masked, fit.bare); }).first, 17);
+        EXPECT_EQ(failureOf([&] { search(fit.bare, two); }).first, 17);
+        EXPECT_EQ(failureOf([&] { search(fit.bare, twice); }).first, 17);
+        EXPECT_EQ(failureOf([&] { search(manyBare, manyMasked); }).first, -3);
+        EXPECT_EQ(failureOf([&] { search(fit.bare, fit.masked); }).first, 0);
+    }
+}
+
+TEST_F(VeldanHpp, TemplatesOfNoFaceAreRefusedEverywhere) {
+    Gallery gallery;
+    const Template good = templateOf(feature);
+    EXPECT_EQ(gallery.add({templateOf(veldan_tests::randomFeature(1)), templateOf(veldan_tests::randomFeature(2))}), 0);
+    EXPECT_EQ(gallery.add({good}), 1);
+    Template damaged = good;
+    damaged[9] ^= 1U;
+    for (const Template& bad :
+         {damaged, Template{}, templateOf(Feature(128, 1e-23F)), templateOf(feature, Kind::Masked)}) {
+        EXPECT_EQ(failureOf([&] { gallery.add({good, bad}); }).first, 17);
+        EXPECT_EQ(failureOf([&] { instance->match(good, bad); }).first, 17);
+        EXPECT_EQ(failureOf([&] { instance->match(bad, good); }).first, 17);
+        EXPECT_EQ(failureOf([&] { instance->identify(gallery, bad, 0.7F); }).first, 17);
+    }
+    EXPECT_EQ(gallery.persons(), 2);
+    EXPECT_EQ(gallery.templates(), 3U);
+    EXPECT_EQ(instance->identify(gallery, good, 0.9F).first, 1);
+    EXPECT_EQ(instance->identify(gallery, templateOf(veldan_tests::similarTo(feature, 0.8)), 0.81F).first, -1);
+    EXPECT_EQ(instance->identify(Gallery(), good, 0.0F), std::make_pair(-1, 0.0F));
+}
+
+TEST_F(VeldanHpp, InstancesMove) {
+    Instance other(3);
+    void* const handle = other.handle();
+    Instance taken(std::move(other));
+    EXPECT_EQ(taken.handle(), handle);
+    EXPECT_EQ(failureOf([&] { other.detect(view(photo)); }).first, 12); // NOLINT: what a moved one says
+    other = std::move(taken);
+    EXPECT_EQ(other.detect(view(photo)).at(0).x, face.x);
 }
 
 } // namespace
