@@ -30,7 +30,7 @@ static int detect(const char* path) {
         return EXIT_FAILURE;
     }
     image = malloc((size_t)width * (size_t)height * 3);
-    faces = malloc(VELDAN_DETECT_CAPACITY * sizeof *faces);
+    faces = calloc(VELDAN_DETECT_CAPACITY, sizeof *faces);
     if (image == NULL || faces == NULL || ImageLoad(path, 0, image, &width, &height) != 1) {
         fprintf(stderr, "%s: no memory, or the file has changed\n", path);
         code = -1;

@@ -40,7 +40,7 @@ static int extract(void* handle, const char* path, VDFACEINFOEX* faces, unsigned
 static int identify(void* handle, int known, char** photos) {
     const size_t size = (size_t)zzGetFeatureSizeThread(handle);
     unsigned char* gallery = malloc((size_t)(known + 1) * size); /* the last one is the new photo's */
-    VDFACEINFOEX* faces = malloc(VELDAN_DETECT_CAPACITY * sizeof *faces);
+    VDFACEINFOEX* faces = calloc(VELDAN_DETECT_CAPACITY, sizeof *faces);
     VDFACEINFOEX found;
     int code = gallery != NULL && faces != NULL ? VD_OK : -1;
     int i;

@@ -9,7 +9,7 @@
  *     void* handle = zzInitAlgThread(NULL, &error);
  *     if (handle == NULL)
  *         return error;
- *     VDFACEINFOEX* faces = malloc(VELDAN_DETECT_CAPACITY * sizeof *faces);
+ *     VDFACEINFOEX* faces = calloc(VELDAN_DETECT_CAPACITY, sizeof *faces);
  *     int faceNum = 0;
  *     error = zzDetectFaceThread(handle, pixels, width, height, &faceNum, faces);
  *     ...
@@ -23,8 +23,27 @@
  * Buffers: the caller owns every buffer and may release it as soon as the call has returned. Images are packed 8-bit
  * pixels, rows top to bottom without padding, width x 3 bytes a row in blue, green, red order; they are only read.
  *
+ * Records: zero them before first use. Each call writes the words that it names and no others; what no call has written
+ * is what the memory held, and would be read as a score or a verdict.
+ *
+ * Evidence: a tracked search counts what earlier searches of the same trackId (modulo 100) found, also those of another
+ * video or of somebody who has left. Before a new video, and whenever a frame was empty, begin the counts anew: create
+ * a new instance, or search a template in a gallery of itself alone, which is accepted at once as every decision begins
+ * all counts anew:
+ *
+ *     VDFACEINFOEX any = {0};
+ *     zzSearchFeatureThread(handle, gallery, 1, 100, gallery, &any);
+ *
+ * (gallery: of bare faces, its first template an intact one; capacity 1 or more). veldan::Tracker of
+ * <veldan/veldan.hpp> keeps the evidence of videos and faces apart by itself.
+ *
  * Errors: results are the codes of <veldan/result_codes.h>, 0 for success. Memory running out, and faults inside
- * OpenCV, reach C++ callers as exceptions.
+ * OpenCV, reach C++ callers as exceptions; a C program ends then. So C programs hand in records as detection wrote them
+ * for the very image. These throw:
+ * - a box that is empty (a zeroed record) or larger than memory: quality, mask, and the flows that judge them;
+ * - a box wholly outside of the image: quality, and the flows that judge it;
+ * - an image with a side of 32,767 pixels or more: extraction and liveness, and the flows that extract. Detection and
+ *   mask classification take it.
  */
 
 #include <veldan/export.h>
@@ -79,7 +98,10 @@ VELDAN_API int zzFreeAlgThread(void* handle);
 /**
  * Finds the faces of a frame and writes one record for each, largest box first. Of a record, box, keyPointNum, key
  * points 0 to 4 and eyeDistance are written, and key points 5 and 6 where the library has the engine for them; all
- * other words stay as they are.
+ * other words stay as they are. Box and key points 0 to 4 lie within the image; key points 5 and 6 may lie outside.
+ *
+ * Where the square around a box, as long as its longer side and on the same centre, leaves the image, key points 5 and
+ * 6 are shifted to the right and down by as much as it leaves it: see the masked templates below.
  * @param handle   an instance
  * @param image    the pixels
  * @param width    image width in pixels, 100 or more
@@ -96,8 +118,17 @@ VELDAN_API int zzDetectFaceThread(void* handle, unsigned char* image, int width,
 
 /**
  * zzDetectFaceThread() and quality, with identities and search verdicts carried over from the frame before by the
- * overlap of the boxes. Hand back what the previous call returned; a count of 0 starts anew. The first frame gets no
- * identities.
+ * overlap of the boxes. Hand back what the previous call returned; a count of 0 starts anew.
+ *
+ * The first frame, and the first one after an empty frame, gets no identities: set trackId of its records, each another
+ * number from 0 on, before the next call, and see "Evidence" above. With a count of 0 this call first sets all words of
+ * faces[0], reserved ones too, to -1, but trackId and searchFlag to 0, also when it fails then; it is the only one that
+ * writes reserved words.
+ *
+ * Box, key points, eyeDistance and quality are written, and trackId with the four words of the verdict when the face
+ * was in the frame before. All other words, among them maskScore and liveness, stay at their index in the array while
+ * the faces may change places: judge them anew. So do searchId, searchScore and strangerFlag of a face with a new
+ * identity, of which only trackId and searchFlag (0) are written.
  * @param faceNum  in: faces of the previous call, 0 to 100; out: faces of this frame, at most 100, largest first
  * @param faces    in and out; room as for zzDetectFaceThread(). trackId tells a person's faces in successive frames.
  *                 A face that overlaps none of the frame before gets the identity of its face 0 unless another face
@@ -120,10 +151,15 @@ VELDAN_API int zzFaceQualityThread(void* handle, unsigned char* image, int width
  */
 VELDAN_API int zzFaceQuality4RegisterThread(void* handle, unsigned char* image, int width, int height, int faceNum,
                                             VDFACEINFOEX* faces);
-/** Writes liveness, 0 to 100, of a picture in visible light. @return 0, 12, or -1 when the arguments make no sense */
+/**
+ * Writes liveness, 0 to 100, of a picture in visible light. Reads maskScore, so call zzFaceMaskThread() first: from 40
+ * on the face is aligned by key points 5 and 6, otherwise by 0 to 4, which gives other scores.
+ * @return 0, 12, or -1 when the arguments make no sense */
 VELDAN_API int zzVisLivenessDetectThread(void* handle, unsigned char* image, int width, int height, int faceNum,
                                          VDFACEINFOEX* faces);
-/** Writes liveness, 0 to 100, of a near-infrared picture. @return 0, 12, or -1 when the arguments make no sense */
+/**
+ * Writes liveness, 0 to 100, of a near-infrared picture. Reads maskScore as zzVisLivenessDetectThread() does.
+ * @return 0, 12, or -1 when the arguments make no sense */
 VELDAN_API int zzNirLivenessDetectThread(void* handle, unsigned char* image, int width, int height, int faceNum,
                                          VDFACEINFOEX* faces);
 /** Writes maskScore, 0 to 100; the flows below take a face as masked from 41 on. @return 0, 12, or 32 when it failed */
@@ -141,16 +177,23 @@ VELDAN_API int zzGetFeatureSizeThread(void* handle);
 /** Bare faces, for enrolment and recognition. */
 VELDAN_API int zzExtractFeatureThread(void* handle, unsigned char* image, int width, int height, int faceNum,
                                       VDFACEINFOEX* faces, unsigned char* feature);
-/** Faces that may wear a mask, for recognition: key points 5 and 6 align them. */
+/**
+ * Faces that may wear a mask, for recognition: key points 5 and 6 align them. Near the border of the image, where the
+ * square around the box leaves it, these are shifted and the template is that of another part of the face (similarity
+ * to the template of the same face away from the border: 0.99 with room, 0.71 and 0.39 on two portraits cut at the
+ * box).
+ */
 VELDAN_API int zzMaskExtractFeatureThread(void* handle, unsigned char* image, int width, int height, int faceNum,
                                           VDFACEINFOEX* faces, unsigned char* feature);
-/** The same kind of template for enrolment, from a bare face: key points 0 to 4 align it. */
+/** The same kind of template for enrolment, from a bare face: key points 0 to 4 align it, also near the border. */
 VELDAN_API int zzMaskExtractFeature4RegThread(void* handle, unsigned char* image, int width, int height, int faceNum,
                                               VDFACEINFOEX* faces, unsigned char* feature);
 /**@}*/
 
 /**
- * Similarity of two templates of bare faces: (cosine + 1) / 2, from 0 to 1.
+ * Similarity of two templates of bare faces: (cosine + 1) / 2, from 0 to 1 for templates of this library. Forged ones,
+ * whose values are so small or large that their squares cannot be held, may be more similar than 1: refuse templates
+ * from elsewhere that cannot be any, as veldan::flawOf() of <veldan/template.hpp> does.
  * @param score  receives it; not a number when a template holds zeros
  * @return 0; 12 when handle is null; 17, score untouched, when a template is damaged, of the other kind or null
  */
@@ -193,8 +236,10 @@ VELDAN_API int zzMaskSearchFeatureThread(void* handle, unsigned char* gallery, i
  * Tracked search: to be called after zzTrackFaceThread() for every frame, with the same records. Searches each face
  * whose quality reaches qualityThreshold and that is not recognised yet, as zzSearchNFeatureThread() does; the verdict
  * is in the records. searchFlag counts the calls since a face was recognised (1, 2, ...; after 1000000 again from 1),
- * strangerFlag those since it was declared unknown.
- * @return 0, or 12 when handle is null; failures of single faces are passed over
+ * strangerFlag those since it was declared unknown. Look at searchFlag first: a face that was declared unknown is
+ * searched on and may be recognised, and its strangerFlag goes on counting then.
+ * @return 0, or 12 when handle is null. Failures of single faces are passed over; so is VD_SEARCH_CAPACITY, with which
+ *         nobody is ever recognised or declared unknown: compare galleryNum and personNum with the capacity yourself
  */
 VELDAN_API int zzSearchFaceThread(void* handle, unsigned char* gallery, int galleryNum, int* templateNums,
                                   int personNum, int threshold, int qualityThreshold, unsigned char* image, int width,

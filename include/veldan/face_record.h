@@ -18,9 +18,10 @@
 /** Most faces that one frame may hold in the operations that follow faces from frame to frame. */
 #define VELDAN_MAX_FACES 100
 
-/** One face of one frame. */
+/** One face of one frame. Zero it before first use: see <veldan/face_api.h>. */
 typedef struct VDFACEINFOEX {
-    /** Left edge of the face box, 0 to image width. */
+    /** Left edge of the face box, 0 to image width. A box that VdFaceAPI::vdOnetLandmark() refined may leave the image.
+     */
     int32_t x;
     /** Top edge of the face box, 0 to image height. */
     int32_t y;
@@ -30,11 +31,12 @@ typedef struct VDFACEINFOEX {
     int32_t height;
     /** Key points that the detector produced: 5. Key points 5 and 6 come on top of it and do not change it. */
     int32_t keyPointNum;
-    /** x of the key points: 0 and 1 the eyes, 2 the nose, 3 and 4 the mouth corners, 5 and 6 for masked faces. */
+    /** x of the key points: 0 and 1 the eyes, 2 the nose, 3 and 4 the mouth corners, 5 and 6 for masked faces,
+     * which may lie outside of the image. */
     int32_t keyPointX[VELDAN_MAX_KEY_POINTS];
     /** y of the key points, same indices. */
     int32_t keyPointY[VELDAN_MAX_KEY_POINTS];
-    /** Never written by the library. */
+    /** Written, to -1, by tracking of a first frame only. */
     int32_t reserved1[3];
     /** Face quality, 0 to 100. */
     int32_t quality;
@@ -42,11 +44,11 @@ typedef struct VDFACEINFOEX {
     int32_t eyeDistance;
     /** Liveness score, 0 to 100; the visible-light and the near-infrared check both write it. */
     int32_t liveness;
-    /** Never written by the library. */
+    /** Written, to -1, by tracking of a first frame only. */
     int32_t reserved2;
     /** Identity of the face from frame to frame. */
     int32_t trackId;
-    /** Never written by the library. */
+    /** Written, to -1, by tracking of a first frame only. */
     int32_t reserved3;
     /** 0: not recognised yet; 1 or more: recognised, then counts calls since; -1: rejected by a one-shot search. */
     int32_t searchFlag;
@@ -58,7 +60,7 @@ typedef struct VDFACEINFOEX {
     int32_t maskScore;
     /** 0, or 1 when a search declares the face unknown, then counts calls since. */
     int32_t strangerFlag;
-    /** Never written by the library. */
+    /** Written, to -1, by tracking of a first frame only. */
     int32_t reserved4[3];
 } VDFACEINFOEX;
 

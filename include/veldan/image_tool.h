@@ -45,8 +45,9 @@ VELDAN_BEGIN_DECLS
 
 /**
  * Loads an image file of any format that OpenCV reads (bmp, jpg, png, webp and others; not DICOM and Radiance HDR,
- * whose readers harm the process on damaged files). A photo with an EXIF orientation comes out upright; width and
- * height are those of the upright picture.
+ * whose readers harm the process on damaged files). A JPEG or PNG file with an EXIF orientation comes out upright;
+ * width and height are those of the upright picture. The orientation of a WebP file is not looked at. A file that tells
+ * of more than 2^30 pixels raises a cv::Exception, with which a C program ends.
  * @param path    file name
  * @param flag    1: grey, one channel; any other value: three channels
  * @param out     receives width x height x channels bytes; null: only the sizes are reported
@@ -144,7 +145,7 @@ VELDAN_API int ImageDrawText(unsigned char* image, int width, int height, int x,
 
 /**
  * Decodes an image file that is held in memory to three channels. Data that begin with "BM" are read by BMPToRaw (see
- * image_tool.hpp), everything else by OpenCV; a photo with an EXIF orientation comes out upright.
+ * image_tool.hpp), everything else by OpenCV; formats, EXIF orientation and files of absurd size as in ImageLoad.
  *
  * Call it twice: first with a null out for the sizes, then with a buffer.
  * @param data    the file
