@@ -60,14 +60,15 @@ def stored(folder):
 
 def read(folder, development=False):
     """The faces to train with, or those that decisions are made on."""
-    images, names, crops, answers = [], [], [], []
+    count = sum(int((np.load(path)["development"] == development).sum()) for path in glob.glob(os.path.join(folder, "*.npz")))
+    if not count:
+        raise SystemExit(f"no faces in {folder}: training/make_faces.py writes them")
+    images, names, crops, answers = np.empty((count, SIDE, SIDE, 3), np.uint8), [], [], []
     for picture, name, crop, kept_out, of_teacher in stored(folder):
         if kept_out == development:
-            images.append(cv2.imdecode(np.frombuffer(picture, np.uint8), cv2.IMREAD_COLOR)[..., ::-1])
+            images[len(names)] = cv2.imdecode(np.frombuffer(picture, np.uint8), cv2.IMREAD_COLOR)[..., ::-1]
             names.append(name)
             crops.append(crop)
             both = np.full(128, np.nan, np.float32) if of_teacher is None else of_teacher.astype(np.float32).sum(0)
             answers.append(both / np.linalg.norm(both))
-    if not images:
-        raise SystemExit(f"no faces in {folder}: training/make_faces.py writes them")
-    return Faces(np.stack(images), names, np.stack(crops), np.stack(answers))
+    return Faces(images, names, np.stack(crops), np.stack(answers))
