@@ -6,6 +6,7 @@
 #include "gallery_store.hpp"
 #include "photo_run.hpp"
 #include "printable.hpp"
+#include "template_file.hpp"
 #include "thresholds.hpp"
 
 #include <CLI/CLI.hpp>
@@ -14,6 +15,7 @@
 #include <iostream>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace veldan::cli {
@@ -40,12 +42,14 @@ public:
           store_(opened(options.gallery)), photoOptions_{list_.photos, "", options.json}, photos_(photoOptions_) {}
 
     ExitCode run() {
+        if (!list_.remark.empty())
+            std::cerr << "veldan: " << printable(list_.remark) << '\n';
         for (const EnrolmentList::Refusal& refusal : list_.refused)
             std::cerr << "veldan: " << printable(refusal.path) << ": not enrolled: " << printable(refusal.reason)
                       << '\n';
         const ExitCode code = photos_.forEach([this](const std::string& path) { process(path); }, {},
                                               [this](Json& document) { summarise(document); });
-        return code == ExitCode::Success && !list_.refused.empty() ? ExitCode::Unsuitable : code;
+        return code == ExitCode::Success && !list_.refused.empty() ? list_.refused.front().code : code;
     }
 
 private:
@@ -59,29 +63,76 @@ private:
     }
 
     void process(const std::string& path) {
-        const std::string& person = list_.persons[begun_++];
-        photos_.set("person", person);
-        const std::vector<unsigned char> bytes = readFile(path);
+        const std::size_t index = begun_++;
+        photos_.set("person", list_.persons[index]);
+        try {
+            tell(list_.persons[index], path, enrol(index, path));
+        } catch (const FatalError&) {
+            stopped_ = true;
+            throw;
+        }
+    }
+
+    GalleryStore::Added enrol(std::size_t index, const std::string& path) {
+        const std::string& person = list_.persons[index];
+        std::vector<unsigned char> bytes = readFile(path);
+        const bool isTemplate = isTemplateFile(bytes);
         EnrolledPhoto photo;
         photo.source = path;
+        if (isTemplate)
+            bytes = takeTemplates(bytes, list_.maskTemplates[index], photo);
         photo.digest = sha256(bytes);
         photos_.set("digest", photo.digest);
-        const bool known = store_.holds(person, photo.digest);
-        if (!known)
+        if (store_.holds(person, photo.digest))
+            return GalleryStore::Added::Unchanged;
+        if (!isTemplate)
             examine(decodePhoto(path, bytes), photo);
+        photo.date = dateNow();
+        quality_ = photo.quality;
         // Another process may enrol the same photo meanwhile.
-        if (known || !store_.add(person, photo)) {
+        const GalleryStore::Added added = store_.add({{person, photo}}).front();
+        if (const std::vector<std::string> others = store_.othersWith(person, photo.digest); !others.empty())
+            remark_ = "the same photo is enrolled as " + others.front() +
+                      (others.size() > 1 ? " and " + std::to_string(others.size() - 1) + " more" : "") + ", too";
+        return added;
+    }
+
+    void tell(const std::string& person, const std::string& path, GalleryStore::Added added) {
+        switch (added) {
+        case GalleryStore::Added::New:
+            ++enrolled_;
+            photos_.set("result", "enrolled");
+            photos_.tell(person + ": " + path + " enrolled (quality " + std::to_string(quality_) + ")");
+            break;
+        case GalleryStore::Added::Repaired:
+            ++repaired_;
+            photos_.set("result", "repaired");
+            photos_.tell(person + ": " + path + " was enrolled before with a damaged template, which is repaired");
+            break;
+        case GalleryStore::Added::Unchanged:
             ++unchanged_;
             photos_.set("result", "unchanged");
             photos_.tell(person + ": " + path + " was enrolled before, nothing changed");
-            return;
+            break;
         }
-        ++enrolled_;
-        photos_.set("result", "enrolled");
-        photos_.tell(person + ": " + path + " enrolled (quality " + std::to_string(photo.quality) + ")");
-        if (const std::vector<std::string> others = store_.othersWith(person, photo.digest); !others.empty())
-            photos_.note("the same photo is enrolled as " + others.front() +
-                         (others.size() > 1 ? " and " + std::to_string(others.size() - 1) + " more" : "") + ", too");
+        if (!remark_.empty())
+            photos_.note(std::exchange(remark_, {}));
+    }
+
+    /** @return the bytes of both files, which the digest is of */
+    std::vector<unsigned char> takeTemplates(std::vector<unsigned char> bytes, const std::string& maskTemplate,
+                                             EnrolledPhoto& photo) {
+        const TemplateOfKind first = readTemplate(bytes);
+        if (maskTemplate.empty())
+            throw refusal(first.kind == Kind::Bare
+                              ? "the template of a bare face; one for a mask has to go with it (veldan template --mask)"
+                              : "a template for a mask; one of the bare face has to go with it (veldan template)");
+        photos_.set("maskTemplate", maskTemplate);
+        const std::vector<unsigned char> others = readFile(maskTemplate);
+        photo.bare = first.bytes;
+        photo.masked = readTemplate(others).bytes;
+        bytes.insert(bytes.end(), others.begin(), others.end());
+        return bytes;
     }
 
     /** Fills in what the face gives. */
@@ -111,26 +162,32 @@ private:
         } catch (const Error& error) {
             throw CommandError(ExitCode::Library, error.what());
         }
-        photo.date = dateNow();
     }
 
     void summarise(Json& document) {
-        const std::size_t refused = list_.photos.size() - enrolled_ - unchanged_ + list_.refused.size();
+        const std::size_t refused = begun_ - enrolled_ - repaired_ - unchanged_ + list_.refused.size();
+        document["refusedFolders"] = Json::array();
+        for (const EnrolmentList::Refusal& refusal : list_.refused)
+            document["refusedFolders"].push_back({{"path", refusal.path}, {"message", refusal.reason}});
+        document["summary"] = {
+            {"enrolled", enrolled_}, {"repaired", repaired_}, {"unchanged", unchanged_}, {"refused", refused}};
+        std::string text = std::to_string(enrolled_) + " enrolled, ";
+        if (repaired_ > 0)
+            text += std::to_string(repaired_) + " repaired, ";
+        text += std::to_string(unchanged_) + " enrolled before, " + std::to_string(refused) + " refused; ";
+        if (stopped_) {
+            document["summary"]["left"] = list_.photos.size() - begun_;
+            photos_.tell(text + counted(list_.photos.size() - begun_, "photo", "photos") + " not tried");
+            return;
+        }
         std::size_t photos = 0;
         const std::vector<PersonSummary> persons = store_.persons();
         for (const PersonSummary& person : persons)
             photos += person.photos;
-        document["refusedFolders"] = Json::array();
-        for (const EnrolmentList::Refusal& refusal : list_.refused)
-            document["refusedFolders"].push_back({{"path", refusal.path}, {"message", refusal.reason}});
-        document["summary"] = {{"enrolled", enrolled_},
-                               {"unchanged", unchanged_},
-                               {"refused", refused},
-                               {"persons", persons.size()},
-                               {"photos", photos}};
-        photos_.tell(std::to_string(enrolled_) + " enrolled, " + std::to_string(unchanged_) + " enrolled before, " +
-                     std::to_string(refused) + " refused; the gallery holds " +
-                     counted(persons.size(), "person", "persons") + " with " + counted(photos, "photo", "photos"));
+        document["summary"]["persons"] = persons.size();
+        document["summary"]["photos"] = photos;
+        photos_.tell(text + "the gallery holds " + counted(persons.size(), "person", "persons") + " with " +
+                     counted(photos, "photo", "photos"));
     }
 
     const EnrollOptions& options_;
@@ -139,8 +196,12 @@ private:
     PhotoOptions photoOptions_;
     PhotoRun photos_;
     std::unique_ptr<FaceApi> api_; // created for the first new photo: starting takes longer than finding nothing to do
+    int quality_ = 0;
+    std::string remark_;
+    bool stopped_ = false;
     std::size_t begun_ = 0;
     std::size_t enrolled_ = 0;
+    std::size_t repaired_ = 0;
     std::size_t unchanged_ = 0;
 };
 
@@ -166,17 +227,22 @@ void addEnrollCommand(CLI::App& app, Action& action) {
     command->add_flag("--json", options->json, "Print one JSON document instead of text");
     command->footer(
         "A photo must show one bare face. It gives two templates: one to recognise the bare face, one to recognise it\n"
-        "with a mask. More photos of a person are better than one. A photo that is enrolled already changes nothing.\n"
-        "A line \"NAME: PHOTO enrolled\" is printed once the photo is safely in the gallery.\n"
+        "with a mask. More photos of a person are better than one. A photo that is enrolled already changes nothing,\n"
+        "unless its template is damaged, which is then repaired. A line \"NAME: PHOTO enrolled\" is printed once the\n"
+        "photo is safely in the gallery. A folder without folders is that of one person, named like the folder, who\n"
+        "gets all of its photos. Files written by \"veldan template\" serve in place of photos, in pairs: one of the\n"
+        "bare face and one made with --mask.\n"
         "\n"
-        "Exit codes: 0 done; 2 wrong usage; 3 a photo does not exist; 4 a photo cannot be read, or is not a picture;\n"
-        "5 a photo is too small; 7 the gallery cannot be written; 8 the library did not start; 9 a photo was refused:\n"
-        "no face, several faces, a mask, low quality; 10 the gallery cannot be used. The first problem decides; the\n"
-        "other photos are processed all the same.\n"
+        "Exit codes: 0 done; 2 wrong usage; 3 a photo does not exist; 4 a photo or folder cannot be read, or is not a\n"
+        "picture; 5 a photo is too small; 8 the library did not start; 9 a photo was refused: no face, several faces,\n"
+        "a mask, low quality; 11 unexpected failure. The first problem decides; the other photos are processed all\n"
+        "the same. A gallery that cannot be written, as on a full disk (7), or not be used, as while another program\n"
+        "changes it (10), ends everything at once and decides whatever was refused before.\n"
         "\n"
         "Examples:\n"
         "  veldan enroll --gallery staff.db \"Ada Lovelace\" ada1.jpg ada2.jpg\n"
-        "  veldan enroll --gallery staff.db photos/       (photos/Ada Lovelace/1.jpg and so on)\n");
+        "  veldan enroll --gallery staff.db photos/       (photos/Ada Lovelace/1.jpg and so on)\n"
+        "  veldan enroll --gallery staff.db \"Ada Lovelace\" ada.tpl ada-mask.tpl\n");
     command->callback([options, &action] { action = [options] { return Enrolment(*options).run(); }; });
 }
 

@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
 #include <system_error>
 
 namespace veldan::cli {
@@ -16,8 +18,11 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t maxFileSize = std::size_t{1} << 30;
 
-void writeTo(const fs::path& path, int flags, const unsigned char* bytes, std::size_t size) {
-    const FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, 0666));
+constexpr mode_t permissions = 07777;
+constexpr int mostLinks = 40;
+
+void writeTo(const fs::path& path, int flags, mode_t mode, const unsigned char* bytes, std::size_t size) {
+    const FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, mode));
     if (file.get() < 0 || !writeAll(file.get(), bytes, size))
         throw CommandError(ExitCode::NotWritten, "cannot be written: " + reasonOf(errno));
 }
@@ -61,6 +66,13 @@ std::string reasonOf(int error) {
     }
 }
 
+fs::path withLinksFollowed(fs::path path) {
+    std::error_code error;
+    for (int links = 0; links < mostLinks && fs::is_symlink(path, error); ++links)
+        path = path.parent_path() / fs::read_symlink(path, error);
+    return path;
+}
+
 bool writeAll(int fd, const unsigned char* bytes, std::size_t size) {
     std::size_t done = 0;
     while (done < size) {
@@ -73,20 +85,26 @@ bool writeAll(int fd, const unsigned char* bytes, std::size_t size) {
     return true;
 }
 
-void writeFile(const fs::path& path, const unsigned char* bytes, std::size_t size) {
-    std::error_code error;
-    if (fs::exists(path, error) && !fs::is_regular_file(path, error)) {
-        writeTo(path, 0, bytes, size);
+void writeFile(const fs::path& path, const unsigned char* bytes, std::size_t size, mode_t mode) {
+    const fs::path target = withLinksFollowed(path);
+    struct stat status {};
+    const bool exists = ::stat(target.c_str(), &status) == 0;
+    if (exists && !S_ISREG(status.st_mode)) {
+        writeTo(target, 0, 0, bytes, size);
         return;
     }
-    const fs::path partial = path.parent_path() / (".veldan-" + std::to_string(::getpid()) + "-partial");
+    const fs::path partial = target.parent_path() / (".veldan-" + std::to_string(::getpid()) + "-partial");
+    std::error_code error;
+    fs::remove(partial, error); // left behind by a process that was killed
     try {
-        writeTo(partial, O_CREAT | O_TRUNC, bytes, size);
+        writeTo(partial, O_CREAT | O_EXCL, exists ? S_IRUSR | S_IWUSR : mode, bytes, size);
+        if (exists && ::chmod(partial.c_str(), status.st_mode & permissions) != 0)
+            throw CommandError(ExitCode::NotWritten, "cannot be written: " + reasonOf(errno));
     } catch (const CommandError&) {
         fs::remove(partial, error);
         throw;
     }
-    fs::rename(partial, path, error);
+    fs::rename(partial, target, error);
     if (error) {
         const std::string reason = error.message();
         fs::remove(partial, error);

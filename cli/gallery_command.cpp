@@ -3,6 +3,7 @@
 #include "file_bytes.hpp"
 #include "gallery_exchange.hpp"
 #include "gallery_store.hpp"
+#include "photo_choice.hpp"
 #include "printable.hpp"
 
 #include <CLI/CLI.hpp>
@@ -28,6 +29,9 @@ struct GalleryOptions {
     std::string gallery;
     std::vector<std::string> names;
     std::string photo;
+    bool onePhoto = false; ///< whether --photo was given, with whatever value
+    std::string person;
+    std::string other; ///< for that person
     std::string file;
     bool json = false;
 };
@@ -129,34 +133,36 @@ ExitCode showPersons(const GalleryOptions& options) {
     return code;
 }
 
-/** The digest of the person's photo that the user means by its name or the beginning of its digest. */
-std::string chosenPhoto(GalleryStore& store, const std::string& person, const std::string& wanted) {
-    std::vector<std::string> digests;
-    for (const EnrolledPhoto& photo : store.photosOf(person)) {
-        if (photo.source == wanted || photo.digest.compare(0, wanted.size(), wanted) == 0)
-            digests.push_back(photo.digest);
+/** An existing gallery: nothing is to be created here, not even by mistake. */
+GalleryStore openedForChange(const std::string& path) {
+    static_cast<void>(GalleryStore(path, Access::Read));
+    return {path, Access::Change};
+}
+
+ExitCode removePhoto(const GalleryOptions& options) {
+    if (options.names.size() != 1)
+        throw CommandError(ExitCode::Usage, "--photo: goes with one name");
+    const std::string& name = options.names.front();
+    GalleryStore store = openedForChange(options.gallery);
+    const std::vector<EnrolledPhoto> photos = store.photosOf(name);
+    if (photos.empty())
+        throw CommandError(ExitCode::Missing, options.gallery + ": there is no \"" + name + "\"");
+    try {
+        store.removePhoto(name, chosenPhoto(photos, options.photo));
+    } catch (const FatalError&) {
+        throw;
+    } catch (const CommandError& error) {
+        throw CommandError(error.code(), name + ": " + error.what());
     }
-    if (digests.size() == 1)
-        return digests.front();
-    throw CommandError(digests.empty() ? ExitCode::Missing : ExitCode::Usage,
-                       person + ": " + (digests.empty() ? "no photo" : photoCount(digests.size()) + ": which one") +
-                           " is \"" + wanted + "\"? \"veldan gallery show\" lists photos and digests");
+    std::cout << printable(name) << ": one photo removed, "
+              << (photos.size() == 1 ? "it was the last one" : photoCount(photos.size() - 1) + " left") << '\n';
+    return ExitCode::Success;
 }
 
 ExitCode removePersons(const GalleryOptions& options) {
-    if (!options.photo.empty() && options.names.size() != 1)
-        throw CommandError(ExitCode::Usage, "--photo: goes with one name");
-    // Nothing is to be created here, not even by mistake.
-    static_cast<void>(GalleryStore(options.gallery, Access::Read));
-    GalleryStore store(options.gallery, Access::Change);
-    if (!options.photo.empty()) {
-        const std::string& name = options.names.front();
-        store.removePhoto(name, chosenPhoto(store, name, options.photo));
-        const std::size_t left = store.photosOf(name).size();
-        std::cout << printable(name) << ": one photo removed, "
-                  << (left == 0 ? "it was the last one" : photoCount(left) + " left") << '\n';
-        return ExitCode::Success;
-    }
+    if (options.onePhoto)
+        return removePhoto(options);
+    GalleryStore store = openedForChange(options.gallery);
     ExitCode code = ExitCode::Success;
     for (const std::string& name : options.names) {
         if (const std::size_t photos = store.removePerson(name); photos > 0) {
@@ -167,6 +173,19 @@ ExitCode removePersons(const GalleryOptions& options) {
         }
     }
     return code;
+}
+
+ExitCode renamePerson(const GalleryOptions& options) {
+    openedForChange(options.gallery).renamePerson(options.person, options.other);
+    std::cout << printable(options.person) << ": is " << printable(options.other) << " now\n";
+    return ExitCode::Success;
+}
+
+ExitCode mergePersons(const GalleryOptions& options) {
+    const std::size_t photos = openedForChange(options.gallery).mergePerson(options.person, options.other);
+    std::cout << printable(options.person) << ": is part of " << printable(options.other) << " now, who has "
+              << photoCount(photos) << '\n';
+    return ExitCode::Success;
 }
 
 ExitCode exportGallery(const GalleryOptions& options) {
@@ -181,14 +200,14 @@ ExitCode exportGallery(const GalleryOptions& options) {
             throw CommandError(ExitCode::NotWritten, options.file + ": this would overwrite the gallery");
         const std::string text = document.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
         try {
-            writeFile(options.file, reinterpret_cast<const unsigned char*>(text.data()), text.size());
+            writeFile(options.file, reinterpret_cast<const unsigned char*>(text.data()), text.size(), forOwner);
         } catch (const CommandError& failure) {
             throw CommandError(failure.code(), options.file + ": " + failure.what());
         }
         std::size_t photos = 0;
         for (const Json& person : document["persons"])
             photos += person["photos"].size();
-        std::cout << options.file << ": " << document["persons"].size()
+        std::cout << printable(options.file) << ": " << document["persons"].size()
                   << (document["persons"].size() == 1 ? " person, " : " persons, ") << photoCount(photos) << '\n';
     }
     for (const Unusable& photo : unusable)
@@ -214,10 +233,13 @@ ExitCode importGallery(const GalleryOptions& options) {
                                options.gallery + " NAME PHOTO...");
     GalleryStore store(options.gallery, Access::Change);
     store.requireOwnNetworks();
-    const std::vector<bool> added = store.add(exported.photos);
-    const auto imported = static_cast<std::size_t>(std::count(added.begin(), added.end(), true));
-    std::cout << photoCount(imported) << " imported, " << added.size() - imported << " enrolled before, "
-              << exported.unusable.size() << " refused\n";
+    const std::vector<GalleryStore::Added> added = store.add(exported.photos);
+    const auto count = [&](GalleryStore::Added what) { return std::count(added.begin(), added.end(), what); };
+    std::cout << photoCount(static_cast<std::size_t>(count(GalleryStore::Added::New))) << " imported, "
+              << count(GalleryStore::Added::Unchanged) << " enrolled before, ";
+    if (const auto repaired = count(GalleryStore::Added::Repaired); repaired > 0)
+        std::cout << repaired << " repaired, ";
+    std::cout << exported.unusable.size() << " refused\n";
     for (const Unusable& photo : exported.unusable)
         complain(options.file + ": not imported: " + photo.what + ": " + photo.reason);
     return exported.unusable.empty() ? ExitCode::Success : ExitCode::Unsuitable;
@@ -226,7 +248,8 @@ ExitCode importGallery(const GalleryOptions& options) {
 } // namespace
 
 void addGalleryCommand(CLI::App& app, Action& action) {
-    CLI::App* command = app.add_subcommand("gallery", "List, show, remove, export and import the persons of a gallery");
+    CLI::App* command =
+        app.add_subcommand("gallery", "List, show, remove, rename, merge, export and import the persons of a gallery");
     command->require_subcommand(1);
     // Before the subcommands, which take it over.
     command->footer(
@@ -238,8 +261,11 @@ void addGalleryCommand(CLI::App& app, Action& action) {
         "  veldan gallery list --gallery staff.db\n"
         "  veldan gallery show --gallery staff.db \"Ada Lovelace\"\n"
         "  veldan gallery remove --gallery staff.db \"Ada Lovelace\" --photo ada1.jpg\n"
+        "  veldan gallery rename --gallery staff.db \"Ada Byron\" \"Ada Lovelace\"\n"
+        "  veldan gallery merge --gallery staff.db \"A. Lovelace\" \"Ada Lovelace\"\n"
         "  veldan gallery export --gallery staff.db staff.json\n"
-        "  veldan gallery import --gallery other.db staff.json\n");
+        "  veldan gallery import --gallery other.db staff.json\n"
+        "  veldan gallery export --gallery staff.db - | ssh host veldan gallery import --gallery staff.db -\n");
     const auto options = std::make_shared<GalleryOptions>();
     const auto add = [&](const char* name, const char* help, ExitCode (*run)(const GalleryOptions&)) {
         CLI::App* subcommand = command->add_subcommand(name, help);
@@ -261,8 +287,25 @@ void addGalleryCommand(CLI::App& app, Action& action) {
 
     CLI::App* remove = add("remove", "Remove persons, or a photo of a person", removePersons);
     remove->add_option("NAME", options->names, "Persons")->required()->type_name("");
-    remove->add_option("--photo", options->photo, "Remove this photo only: its file name or the start of its digest")
-        ->type_name("PHOTO");
+    const CLI::Option* photo =
+        remove
+            ->add_option("--photo", options->photo,
+                         "Remove this photo only: its file name, or at least four digits that its digest begins with")
+            ->type_name("PHOTO");
+    remove->callback([options, photo, &action] {
+        options->onePhoto = photo->count() > 0; // an empty value must not remove the person
+        action = [options] { return removePersons(*options); };
+    });
+
+    const auto addTwoPersons = [&](const char* name, const char* help, ExitCode (*run)(const GalleryOptions&),
+                                   const char* second, const char* secondHelp) {
+        CLI::App* subcommand = add(name, help, run);
+        subcommand->add_option("NAME", options->person, "The person")->required()->type_name("");
+        subcommand->add_option(second, options->other, secondHelp)->required()->type_name("");
+    };
+    addTwoPersons("rename", "Give a person another name", renamePerson, "NEW", "A name that nobody has");
+    addTwoPersons("merge", "Make two persons one", mergePersons, "INTO",
+                  "Another person, who gets the photos; the name stays");
 
     CLI::App* exporting = add("export", "Write all persons to a JSON file", exportGallery);
     exporting->add_option("FILE", options->file, "The file; - is the standard output")->required()->type_name("");

@@ -2,18 +2,22 @@
 
 #include "digest.hpp"
 #include "exit_codes.hpp"
+#include "file_bytes.hpp"
 #include "printable.hpp"
 
-#include <veldan/feature_template.hpp>
 #include <veldan/model_store.hpp>
+#include <veldan/template.hpp>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -77,22 +81,8 @@ std::int64_t applicationOf(const std::string& path) {
     return id;
 }
 
-/**
- * Makes sure that there is a file that SQLite may open: opening alone can change a file, by what a journal beside it
- * says.
- */
-void prepareFile(const std::string& path, GalleryStore::Access access) {
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0) {
-        if (access == GalleryStore::Access::Read)
-            throw CommandError(ExitCode::Missing, path + ": no such gallery");
-        // What it holds about people is nobody else's business, unless the owner decides so.
-        const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-        if (file < 0)
-            throw CommandError(ExitCode::NotWritten, path + ": cannot be created: " + std::strerror(errno));
-        ::close(file);
-        return;
-    }
+/** Makes sure that SQLite may open the file: opening alone can change it, by what a journal beside it says. */
+void requireGallery(const std::string& path, const struct stat& status) {
     if (!S_ISREG(status.st_mode))
         throw CommandError(ExitCode::Gallery, path + ": not a file");
     // A process that was killed while it created a gallery leaves an empty file, or a beginning with its journal.
@@ -100,6 +90,11 @@ void prepareFile(const std::string& path, GalleryStore::Access access) {
     const std::int64_t application = applicationOf(path);
     if (application != applicationId && !(application < 0 && unfinished))
         throw notAGallery(path);
+}
+
+void prepareChanges(Database& database) {
+    // Beyond a crash of the process, a commit survives a power failure, and what is removed is overwritten.
+    database.run("PRAGMA synchronous = EXTRA; PRAGMA secure_delete = ON; PRAGMA foreign_keys = ON");
 }
 
 void createSchema(Database& database) {
@@ -131,9 +126,13 @@ EnrolledPhoto photoOf(Statement& row) {
     return photo;
 }
 
-bool isWhole(Kind kind, const Template& one) {
-    std::array<unsigned char, templateBytes> feature{};
-    return TzDecode(static_cast<int>(kind), one.data(), static_cast<int>(one.size()), feature.data()) == 0;
+std::string flawText(const char* which, const Template& one, Kind kind) {
+    const std::string flaw = flawOf(one, kind);
+    return flaw.empty() ? flaw : std::string("the template ") + which + " " + flaw;
+}
+
+CommandError nobody(const std::string& path, const std::string& person) {
+    return {ExitCode::Missing, path + ": there is no \"" + person + "\""};
 }
 
 } // namespace
@@ -143,13 +142,81 @@ Recognizers Recognizers::embedded() {
             digestOf(length_VELDAN_V5_2_0_FaceMaskRecog_Model(), data_VELDAN_V5_2_0_FaceMaskRecog_Model)};
 }
 
+/** A file beside the place of a new gallery, under a name that nobody looks for; removed unless it is moved there. */
+class GalleryStore::NewFile {
+public:
+    explicit NewFile(const std::string& path) : target_(withLinksFollowed(path)) {
+        file_ =
+            target_.parent_path() / ("." + target_.filename().string() + "-" + std::to_string(::getpid()) + "-partial");
+        remove(); // left behind by a process that was killed
+        const FileDescriptor created(::open(file_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, forOwner));
+        if (created.get() < 0)
+            throw CommandError(ExitCode::NotWritten, path + ": cannot be created: " + reasonOf(errno));
+    }
+    ~NewFile() {
+        if (!moved_)
+            remove();
+    }
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+
+    const std::filesystem::path& path() const { return file_; }
+
+    /** @return false when there is such a file by now */
+    bool moveToTarget() {
+        int failed = ::renameat2(AT_FDCWD, file_.c_str(), AT_FDCWD, target_.c_str(), RENAME_NOREPLACE);
+        // Some file systems know links but not this kind of renaming.
+        if (failed != 0 && errno == EINVAL && (failed = ::link(file_.c_str(), target_.c_str())) == 0)
+            ::unlink(file_.c_str());
+        if (failed != 0 && errno == EEXIST)
+            return false;
+        if (failed != 0)
+            throw FatalError(ExitCode::NotWritten, target_.string() + ": cannot be created: " + reasonOf(errno));
+        moved_ = true;
+        // The name has to survive a power failure as well.
+        const std::filesystem::path folder = target_.has_parent_path() ? target_.parent_path() : ".";
+        const FileDescriptor parent(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (parent.get() >= 0)
+            ::fsync(parent.get());
+        return true;
+    }
+
+private:
+    void remove() {
+        ::unlink(file_.c_str());
+        ::unlink((file_.string() + "-journal").c_str());
+    }
+
+    std::filesystem::path target_;
+    std::filesystem::path file_;
+    bool moved_ = false;
+};
+
+void GalleryStore::NewFileDeleter::operator()(NewFile* file) const {
+    delete file;
+}
+
+GalleryStore::NewFilePointer GalleryStore::prepared(const std::string& path, Access access) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) == 0) {
+        requireGallery(path, status);
+        return nullptr;
+    }
+    if (access == Access::Read)
+        throw CommandError(ExitCode::Missing, path + ": no such gallery");
+    return NewFilePointer(new NewFile(path));
+}
+
 GalleryStore::GalleryStore(const std::string& path, Access access)
-    : database_((prepareFile(path, access), path), lockPatience) {
+    : GalleryStore(path, access, prepared(path, access)) {}
+
+GalleryStore::GalleryStore(const std::string& path, Access access, NewFilePointer newFile)
+    : path_(path), newFile_(std::move(newFile)),
+      database_(newFile_ == nullptr ? path : newFile_->path().string(), path, lockPatience) {
     if (access == Access::Change) {
         if (database_.readOnly())
             throw CommandError(ExitCode::NotWritten, path + ": cannot be written: the file is read-only");
-        // Beyond a crash of the process, a commit survives a power failure, and what is removed is overwritten.
-        database_.run("PRAGMA synchronous = EXTRA; PRAGMA secure_delete = ON; PRAGMA foreign_keys = ON");
+        prepareChanges(database_);
     }
     if (database_.number("PRAGMA application_id") != applicationId) {
         if (database_.number("SELECT count(*) FROM sqlite_schema") > 0)
@@ -174,11 +241,11 @@ void GalleryStore::requireOwnNetworks() const {
     if (recognizers_ == Recognizers::embedded())
         return;
     throw CommandError(ExitCode::Gallery,
-                       database_.path() +
+                       path_ +
                            ": made with other networks, whose templates cannot be compared with those of this version. "
                            "Enrol again from the photos, into a new gallery: veldan enroll --gallery NEW.db NAME "
                            "PHOTO... (\"veldan gallery show --gallery " +
-                           database_.path() + "\" names persons and photos)");
+                           path_ + "\" names persons and photos)");
 }
 
 SearchableGallery GalleryStore::searchable() {
@@ -212,6 +279,7 @@ SearchableGallery GalleryStore::searchable() {
         } else {
             bare.push_back(photo.bare);
             masked.push_back(photo.masked);
+            gallery.origins.push_back({photo.source, photo.digest});
         }
     }
     finish();
@@ -238,9 +306,9 @@ std::vector<EnrolledPhoto> GalleryStore::photosOf(const std::string& person) {
 }
 
 bool GalleryStore::holds(const std::string& person, const std::string& digest) {
-    Statement row(database_,
-                  "SELECT 1 FROM photo JOIN person ON photo.person = person.id WHERE name = ? AND digest = ?");
-    return row.bind(person).bind(digest).step();
+    Statement row(database_, "SELECT source, digest, date, quality, bare, masked FROM photo WHERE digest = ? "
+                             "AND person = (SELECT id FROM person WHERE name = ?)");
+    return row.bind(digest).bind(person).step() && damageOf(photoOf(row)).empty();
 }
 
 std::vector<std::string> GalleryStore::othersWith(const std::string& person, const std::string& digest) {
@@ -253,27 +321,76 @@ std::vector<std::string> GalleryStore::othersWith(const std::string& person, con
     return names;
 }
 
-bool GalleryStore::add(const std::string& person, const EnrolledPhoto& photo) {
-    Transaction transaction(database_);
+GalleryStore::Added GalleryStore::add(const std::string& person, const EnrolledPhoto& photo) {
     Statement(database_, "INSERT INTO person (name) VALUES (?) ON CONFLICT DO NOTHING").bind(person).step();
     Statement insert(database_, "INSERT INTO photo (person, source, digest, date, quality, bare, masked) "
                                 "SELECT id, ?, ?, ?, ?, ?, ? FROM person WHERE name = ? ON CONFLICT DO NOTHING");
     insert.bind(photo.source).bind(photo.digest).bind(photo.date).bind(photo.quality);
     insert.bind(photo.bare.data(), photo.bare.size()).bind(photo.masked.data(), photo.masked.size()).bind(person);
     insert.step();
-    const bool added = database_.changes() > 0;
-    transaction.commit();
-    return added;
+    if (database_.changes() > 0)
+        return Added::New;
+    if (holds(person, photo.digest) || !damageOf(photo).empty())
+        return Added::Unchanged;
+    Statement update(database_, "UPDATE photo SET quality = ?, bare = ?, masked = ? WHERE digest = ? "
+                                "AND person = (SELECT id FROM person WHERE name = ?)");
+    update.bind(photo.quality).bind(photo.bare.data(), photo.bare.size());
+    update.bind(photo.masked.data(), photo.masked.size()).bind(photo.digest).bind(person).step();
+    return Added::Repaired;
 }
 
-std::vector<bool> GalleryStore::add(const std::vector<PersonPhoto>& photos) {
-    std::vector<bool> added;
+std::vector<GalleryStore::Added> GalleryStore::add(const std::vector<PersonPhoto>& photos) {
+    std::vector<Added> added;
     added.reserve(photos.size());
     Transaction transaction(database_);
     for (const PersonPhoto& photo : photos)
         added.push_back(add(photo.person, photo.photo));
     transaction.commit();
-    return added;
+    if (newFile_ == nullptr || photos.empty() || publish())
+        return added;
+    *this = GalleryStore(path_, Access::Change);
+    requireOwnNetworks();
+    return add(photos);
+}
+
+/** Gives a new gallery its name. @return false when another process was faster with a gallery of that name */
+bool GalleryStore::publish() {
+    if (!newFile_->moveToTarget())
+        return false;
+    newFile_.reset();
+    database_ = Database(path_, path_, lockPatience); // which knows its journal by that name
+    prepareChanges(database_);
+    return true;
+}
+
+void GalleryStore::renamePerson(const std::string& person, const std::string& name) {
+    if (const std::string refusal = refusalOfName(name); !refusal.empty())
+        throw CommandError(ExitCode::Usage, "\"" + name + "\": " + refusal);
+    Transaction transaction(database_);
+    if (photosOf(person).empty())
+        throw nobody(path_, person);
+    if (person != name && !photosOf(name).empty())
+        throw CommandError(ExitCode::Usage, path_ + ": there is a \"" + name +
+                                                "\" already; \"veldan gallery merge\" makes one person of both");
+    Statement(database_, "UPDATE person SET name = ? WHERE name = ?").bind(name).bind(person).step();
+    transaction.commit();
+}
+
+std::size_t GalleryStore::mergePerson(const std::string& person, const std::string& into) {
+    if (person == into)
+        throw CommandError(ExitCode::Usage, "\"" + person + "\" cannot be merged into itself");
+    Transaction transaction(database_);
+    const std::vector<EnrolledPhoto> photos = photosOf(person);
+    if (photos.empty())
+        throw nobody(path_, person);
+    if (photosOf(into).empty())
+        throw nobody(path_, into);
+    for (const EnrolledPhoto& photo : photos)
+        add(into, photo);
+    removePerson(person);
+    const std::size_t count = photosOf(into).size();
+    transaction.commit();
+    return count;
 }
 
 std::size_t GalleryStore::removePerson(const std::string& person) {
@@ -328,11 +445,8 @@ std::string dateNow() {
 }
 
 std::string damageOf(const EnrolledPhoto& photo) {
-    if (!isWhole(Kind::Bare, photo.bare))
-        return "the template of the bare face is damaged";
-    if (!isWhole(Kind::Masked, photo.masked))
-        return "the template for a face with a mask is damaged";
-    return {};
+    const std::string damage = flawText("of the bare face", photo.bare, Kind::Bare);
+    return damage.empty() ? flawText("for a face with a mask", photo.masked, Kind::Masked) : damage;
 }
 
 } // namespace veldan::cli

@@ -6,6 +6,7 @@
 #include <veldan/veldan.hpp>
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -46,17 +47,25 @@ struct PersonSummary {
     std::string lastDate;
 };
 
+/** Where a template comes from. */
+struct PhotoOrigin {
+    std::string source;
+    std::string digest;
+};
+
 /** A gallery as searches take it: both galleries hold the persons of names, with the same number of templates each. */
 struct SearchableGallery {
     std::vector<std::string> names;
     Gallery bare{Kind::Bare};
     Gallery masked{Kind::Masked};
+    std::vector<PhotoOrigin> origins; ///< of each template, the same in both
     /** Photos whose templates cannot be used and were passed over, in words. A person without others is left out. */
     std::vector<std::string> damaged;
 };
 
 /**
- * A gallery file: persons, and of each photo a template of either kind.
+ * A gallery file: persons, and of each photo a template of either kind. A new one gets its name with its first photo:
+ * whoever enrols nobody leaves no file behind.
  *
  * Every change is one transaction that is on the disk when the call returns, so that a process killed at any moment
  * leaves all earlier changes and no half of the current one. Several processes may use a file at once; each waits a few
@@ -90,17 +99,31 @@ public:
     /** The photos of a person, oldest first; empty when there is no such person. */
     std::vector<EnrolledPhoto> photosOf(const std::string& person);
 
-    /** Whether this photo of the person is enrolled. */
+    /** Whether this photo of the person is enrolled, with templates that are whole. */
     bool holds(const std::string& person, const std::string& digest);
 
     /** Who else this photo is enrolled as. */
     std::vector<std::string> othersWith(const std::string& person, const std::string& digest);
 
-    /** Adds a photo, and its person if new. @return false when this photo of the person was enrolled before */
-    bool add(const std::string& person, const EnrolledPhoto& photo);
+    /** What became of a photo that was handed in. */
+    enum class Added {
+        New,
+        Repaired, ///< it was enrolled before, with a damaged template, which was replaced
+        Unchanged ///< it was enrolled before
+    };
 
-    /** Adds all of them or, when it fails, none. @return for each what add() of one says */
-    std::vector<bool> add(const std::vector<PersonPhoto>& photos);
+    /** Adds photos, and their persons if new: all of them or, when it fails, none. */
+    std::vector<Added> add(const std::vector<PersonPhoto>& photos);
+
+    /** Throws CommandError: Missing when there is no such person, Usage when the new name cannot be one or is taken. */
+    void renamePerson(const std::string& person, const std::string& name);
+
+    /**
+     * Gives the photos of a person to another one. A photo of both stays once.
+     * @return how many photos the other one has now. Throws CommandError (Missing) when one of them does not exist,
+     * (Usage) when both are the same.
+     */
+    std::size_t mergePerson(const std::string& person, const std::string& into);
 
     /** Removes a person with all photos. @return the number of photos; 0: there is no such person */
     std::size_t removePerson(const std::string& person);
@@ -109,6 +132,19 @@ public:
     bool removePhoto(const std::string& person, const std::string& digest);
 
 private:
+    class NewFile;
+    struct NewFileDeleter {
+        void operator()(NewFile* file) const;
+    };
+    using NewFilePointer = std::unique_ptr<NewFile, NewFileDeleter>;
+
+    GalleryStore(const std::string& path, Access access, NewFilePointer newFile);
+    static NewFilePointer prepared(const std::string& path, Access access);
+    Added add(const std::string& person, const EnrolledPhoto& photo);
+    bool publish();
+
+    std::string path_;
+    NewFilePointer newFile_; ///< the file, as long as it has not got its name
     Database database_;
     Recognizers recognizers_;
 };
@@ -119,7 +155,7 @@ std::string refusalOfName(const std::string& name);
 /** The time now as EnrolledPhoto has it. */
 std::string dateNow();
 
-/** Whether both templates are whole and of their kinds; otherwise which one is not, in words. */
+/** Empty when both templates are whole, of their kinds and plausible; otherwise what is wrong with which, in words. */
 std::string damageOf(const EnrolledPhoto& photo);
 
 } // namespace veldan::cli

@@ -26,8 +26,4 @@ Template templateOf(Instance& instance, Photo& photo, const JudgedFace& face, Ki
     }
 }
 
-const char* kindName(Kind kind) {
-    return kind == Kind::Bare ? "bare" : "masked";
-}
-
 } // namespace veldan::cli

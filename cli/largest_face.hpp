@@ -4,6 +4,7 @@
 #include "face_api.hpp"
 #include "judge.hpp"
 #include "photo.hpp"
+#include "template_file.hpp"
 
 #include <veldan/veldan.hpp>
 
@@ -26,9 +27,6 @@ LargestFace largestFace(FaceApi& api, Photo& photo);
  * or by the two when a mask covers the others.
  */
 Template templateOf(Instance& instance, Photo& photo, const JudgedFace& face, Kind kind);
-
-/** "bare" or "masked". */
-const char* kindName(Kind kind);
 
 } // namespace veldan::cli
 

@@ -1,8 +1,10 @@
 #include "sqlite.hpp"
 
 #include "exit_codes.hpp"
+#include "file_bytes.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <sqlite3.h>
 
@@ -16,11 +18,12 @@ void Statement::Finalizer::operator()(sqlite3_stmt* statement) const {
     sqlite3_finalize(statement);
 }
 
-Database::Database(const std::string& path, int waitMilliseconds) : path_(path) {
+Database::Database(const std::string& path, const std::string& name, int waitMilliseconds) : name_(name) {
     // SQLite gives a meaning of their own to names such as ":memory:" and "file:..."; absolute ones are plain names.
-    const std::string name = std::filesystem::absolute(path).string();
+    const std::string absolute = std::filesystem::absolute(path).string();
     sqlite3* connection = nullptr;
-    const int code = sqlite3_open_v2(name.c_str(), &connection, SQLITE_OPEN_READWRITE | SQLITE_OPEN_EXRESCODE, nullptr);
+    const int code =
+        sqlite3_open_v2(absolute.c_str(), &connection, SQLITE_OPEN_READWRITE | SQLITE_OPEN_EXRESCODE, nullptr);
     connection_.reset(connection);
     if (code != SQLITE_OK)
         fail(code);
@@ -62,24 +65,26 @@ bool Database::inTransaction() const {
 
 void Database::fail(int code) const {
     const std::string reason = connection_ == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(connection_.get());
+    const int system = connection_ == nullptr ? 0 : sqlite3_system_errno(connection_.get());
     switch (code & 0xff) {
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
-        throw CommandError(ExitCode::Gallery, path_ + ": another program is using it; try again when that is done");
+        throw FatalError(ExitCode::Gallery, name_ + ": another program is using it; try again when that is done");
     case SQLITE_NOTADB:
-        throw CommandError(ExitCode::Gallery, path_ + ": not a gallery");
+        throw FatalError(ExitCode::Gallery, name_ + ": not a gallery");
+    case SQLITE_FULL:
+        throw FatalError(ExitCode::NotWritten, name_ + ": cannot be written: " + reasonOf(ENOSPC));
     case SQLITE_CANTOPEN:
     case SQLITE_PERM:
     case SQLITE_READONLY:
-    case SQLITE_FULL:
-        throw CommandError(ExitCode::NotWritten,
-                           path_ + ": cannot be written: " + reason + "; may you write to it and to its folder?");
+        throw FatalError(ExitCode::NotWritten,
+                         name_ + ": cannot be written: " + reason + "; may you write to it and to its folder?");
     case SQLITE_IOERR:
-        throw CommandError(ExitCode::NotWritten, path_ + ": " + reason);
+        throw FatalError(ExitCode::NotWritten, name_ + ": " + (system == 0 ? reason : reasonOf(system)));
     case SQLITE_NOMEM:
-        throw CommandError(ExitCode::Internal, path_ + ": " + reason);
+        throw FatalError(ExitCode::Internal, name_ + ": " + reason);
     default:
-        throw CommandError(ExitCode::Gallery, path_ + ": the gallery is damaged: " + reason);
+        throw FatalError(ExitCode::Gallery, name_ + ": the gallery is damaged: " + reason);
     }
 }
 

@@ -11,11 +11,15 @@ struct sqlite3_stmt;
 
 namespace veldan::cli {
 
-/** An open SQLite file. Failures become CommandErrors that name the file. */
+/** An open SQLite file. Failures become FatalErrors that name the file: the next statement would meet them as well. */
 class Database {
 public:
-    /** Opens an existing file, to be written where its permissions allow it. @param waitMilliseconds  for its locks */
-    Database(const std::string& path, int waitMilliseconds);
+    /**
+     * Opens an existing file, to be written where its permissions allow it.
+     * @param name              what messages call it
+     * @param waitMilliseconds  for its locks
+     */
+    Database(const std::string& path, const std::string& name, int waitMilliseconds);
 
     /** Runs statements without results. */
     void run(const char* statements);
@@ -30,7 +34,8 @@ public:
     bool readOnly() const;
     bool inTransaction() const;
 
-    const std::string& path() const { return path_; }
+    /** As messages call the file. */
+    const std::string& name() const { return name_; }
 
     /** Throws what a result code of SQLite means for the user. */
     [[noreturn]] void fail(int code) const;
@@ -41,7 +46,7 @@ private:
         void operator()(sqlite3* connection) const;
     };
 
-    std::string path_;
+    std::string name_;
     std::unique_ptr<sqlite3, Closer> connection_;
 };
 

@@ -3,16 +3,13 @@
 #include "face_text.hpp"
 #include "file_bytes.hpp"
 #include "largest_face.hpp"
+#include "printable.hpp"
+#include "template_file.hpp"
 
-#include <veldan/feature_template.hpp>
 #include <veldan/veldan.hpp>
 
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
-#include <array>
-#include <cmath>
-#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <iomanip>
@@ -28,25 +25,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t headBytes = 8; // kind and checksum
-constexpr int checksumPosition = 7;
-constexpr std::size_t featureLength = (templateBytes - headBytes) / sizeof(float);
-
 struct TemplateOptions {
     std::string photo;
     std::string out;
     std::string file;
     bool masked = false;
     bool json = false;
-};
-
-/** What a template file is, and what is wrong with it. */
-struct TemplateReport {
-    std::size_t bytes = 0;
-    std::string kind; ///< empty when the first bytes are no kind's
-    bool checksumHolds = false;
-    double norm = 0;    ///< length of the feature as a vector
-    std::string damage; ///< empty when nothing is wrong
 };
 
 /** Failures of one file carry its name, as in commands with several. */
@@ -57,44 +41,6 @@ auto about(const std::string& path, const Work& work) {
     } catch (const CommandError& error) {
         throw CommandError(error.code(), path + ": " + error.what());
     }
-}
-
-std::string kindOf(std::vector<unsigned char> bytes) {
-    std::array<float, featureLength> feature{};
-    // Whatever the damage, the kind can be told when the checksum is put right on this copy.
-    AddSum(bytes.data(), static_cast<int>(bytes.size()), checksumPosition);
-    for (const Kind kind : {Kind::Bare, Kind::Masked})
-        if (TzDecode(static_cast<int>(kind), bytes.data(), static_cast<int>(bytes.size()),
-                     reinterpret_cast<unsigned char*>(feature.data())) == 0)
-            return kindName(kind);
-    return "";
-}
-
-TemplateReport examine(const std::vector<unsigned char>& bytes) {
-    TemplateReport report;
-    report.bytes = bytes.size();
-    if (bytes.size() != templateBytes) {
-        report.damage = std::to_string(bytes.size()) + " bytes long; a template has " + std::to_string(templateBytes);
-        return report;
-    }
-    report.kind = kindOf(bytes);
-    report.checksumHolds = CheckSum(bytes.data(), static_cast<int>(bytes.size()), checksumPosition) == 0;
-    std::array<float, featureLength> feature{};
-    std::memcpy(feature.data(), bytes.data() + headBytes, sizeof(feature));
-    double sum = 0;
-    for (const float value : feature)
-        sum += static_cast<double>(value) * static_cast<double>(value);
-    report.norm = std::sqrt(sum);
-
-    if (report.kind.empty())
-        report.damage = "not a template: the first bytes name no kind";
-    else if (!report.checksumHolds)
-        report.damage = "damaged: the checksum does not hold";
-    else if (!std::isfinite(report.norm))
-        report.damage = "damaged: the feature has values that are not numbers";
-    else if (report.norm == 0)
-        report.damage = "empty: the feature holds zeros and is similar to nothing";
-    return report;
 }
 
 void print(const std::string& path, const TemplateReport& report, bool json) {
@@ -112,14 +58,14 @@ void print(const std::string& path, const TemplateReport& report, bool json) {
                                  {"message", report.damage}};
         std::cout << document.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
     } else if (!report.kind.empty()) {
-        std::cout << path << ": template of a " << report.kind << " face  (" << report.bytes << " bytes)\n"
+        std::cout << printable(path) << ": template of a " << report.kind << " face  (" << report.bytes << " bytes)\n"
                   << "      checksum " << (report.checksumHolds ? "holds" : "does not hold") << "  " << featureLength
                   << " values  norm " << std::fixed << std::setprecision(3) << report.norm << '\n';
     }
 }
 
 ExitCode inform(const TemplateOptions& options) {
-    const TemplateReport report = examine(about(options.file, [&] { return readFile(options.file); }));
+    const TemplateReport report = examineTemplate(about(options.file, [&] { return readFile(options.file); }));
     print(options.file, report, options.json);
     if (!report.damage.empty()) {
         std::cout.flush();
@@ -133,16 +79,22 @@ ExitCode extract(const TemplateOptions& options) {
     Photo photo = about(options.photo, [&] { return loadPhoto(options.photo); });
     const LargestFace largest = about(options.photo, [&] { return largestFace(api, photo); });
     if (largest.of > 1)
-        std::cerr << "veldan: " << options.photo << ": " << faceCount(largest.of) << "; the largest one is taken\n";
+        std::cerr << "veldan: " << printable(options.photo) << ": " << faceCount(largest.of)
+                  << "; the largest one is taken\n";
     if (largest.face.masked && !options.masked)
-        std::cerr << "veldan: " << options.photo << ": the face wears a mask; --mask makes the template for that\n";
+        std::cerr << "veldan: " << printable(options.photo)
+                  << ": the face wears a mask; --mask makes the template for that\n";
     const Kind kind = options.masked ? Kind::Masked : Kind::Bare;
     const Template feature =
         about(options.photo, [&] { return templateOf(api.instance(), photo, largest.face, kind); });
+    if (options.out == "-") {
+        std::cout.write(reinterpret_cast<const char*>(feature.data()), static_cast<std::streamsize>(feature.size()));
+        return ExitCode::Success;
+    }
     std::error_code error;
     if (fs::equivalent(options.photo, options.out, error))
         throw CommandError(ExitCode::NotWritten, "writing " + options.out + " would overwrite the photo");
-    about(options.out, [&] { writeFile(options.out, feature.data(), feature.size()); });
+    about(options.out, [&] { writeFile(options.out, feature.data(), feature.size(), forOwner); });
     return ExitCode::Success;
 }
 
@@ -154,16 +106,21 @@ void addTemplateCommand(CLI::App& app, Action& action) {
     const auto options = std::make_shared<TemplateOptions>();
     CLI::Option* photo = command->add_option("PHOTO", options->photo, "A photo; its largest face is taken");
     CLI::Option* out =
-        command->add_option("-o,--output", options->out, "The file for the template, 520 bytes")->type_name("FILE");
+        command
+            ->add_option("-o,--output", options->out, "The file for the template, 520 bytes; - is the standard output")
+            ->type_name("FILE");
     photo->type_name("");
     command->add_flag("--mask", options->masked, "The kind that faces with masks are compared by");
     command->footer(
+        "match, enroll and identify take template files where they take photos, whatever the files are called.\n"
+        "\n"
         "Exit codes: 0 done; 3 the file does not exist; 4 it cannot be read, or is damaged; 5 the photo is too\n"
         "small; 7 the template could not be written; 8 the library did not start; 9 a photo without a face.\n"
         "\n"
         "Examples:\n"
         "  veldan template photo.jpg -o photo.tpl\n"
         "  veldan template photo.jpg -o photo-mask.tpl --mask\n"
+        "  veldan template photo.jpg -o - | ssh host veldan match - visitor.jpg\n"
         "  veldan template info photo.tpl\n"
         "A photo that is called info: veldan template ./info -o FILE\n");
     CLI::App* info = command->add_subcommand("info", "Tell kind, checksum and size of a template file");

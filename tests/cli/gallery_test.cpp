@@ -10,6 +10,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <iomanip>
@@ -155,8 +156,17 @@ TEST_F(TwoPersons, CanBeRemoved) {
     EXPECT_EQ(none.exitCode, 3);
     EXPECT_THAT(none.errors, HasSubstr("there is no \"Nobody\""));
     enroll(gallery, {"First", bundled("astronaut.jpg")});
-    const std::string digest = GalleryFile(gallery).run("SELECT digest FROM photo WHERE id = 1");
-    EXPECT_EQ(withGallery({"gallery", "remove"}, gallery, {"First", "--photo", digest.substr(0, 12)}).exitCode, 0);
+    // Two photos whose digests begin alike.
+    GalleryFile(gallery).run("UPDATE photo SET digest = '12345678' || id || substr(digest, 10)");
+    for (const char* photo : {"", "123", "1234", "123456789", "no.jpg"}) {
+        const CommandResult refused = withGallery({"gallery", "remove"}, gallery, {"First", "--photo", photo});
+        EXPECT_EQ(refused.exitCode, std::strlen(photo) < 6 ? 2 : 3) << photo;
+        EXPECT_EQ(refused.errors.find("first-bare.webp") != std::string::npos, std::string(photo) == "1234");
+    }
+    EXPECT_EQ(content(gallery).size(), 3u);
+    EXPECT_EQ(withGallery({"gallery", "remove"}, gallery, {zoe, "--photo", "second-bare.webp"}).exitCode, 0);
+    enroll(gallery, {zoe, bundled("second-bare.webp")});
+    EXPECT_EQ(withGallery({"gallery", "remove"}, gallery, {"First", "--photo", "123456781"}).exitCode, 0);
     EXPECT_THAT(content(gallery), ElementsAre("First: astronaut.jpg", zoe + ": second-bare.webp"));
     const auto mentions = [&](const std::string& text) {
         const std::vector<unsigned char> bytes = readBytes(gallery);
@@ -172,6 +182,13 @@ TEST_F(TwoPersons, TravelInAnExportedFile) {
     const std::string file = (folder / "exported.json").string();
     const fs::path other = folder / "other.db";
     ASSERT_EQ(withGallery({"gallery", "export"}, gallery, {file}).exitCode, 0);
+    EXPECT_EQ(fs::status(file).permissions(), fs::perms(0600));
+    const fs::path link = folder / "link.json";
+    fs::create_symlink(file, link);
+    fs::permissions(file, fs::perms(0640));
+    ASSERT_EQ(withGallery({"gallery", "export"}, gallery, {link.string()}).exitCode, 0);
+    EXPECT_EQ(fs::read_symlink(link), file);
+    EXPECT_EQ(fs::status(file).permissions(), fs::perms(0640));
     EXPECT_EQ(withGallery({"gallery", "export"}, gallery, {gallery.string()}).exitCode, 7);
     const auto exported = [](const fs::path& path) { return withGallery({"gallery", "export"}, path, {"-"}).output; };
     EXPECT_EQ(withGallery({"gallery", "import"}, other, {file}).exitCode, 0);
@@ -196,7 +213,7 @@ TEST_F(TwoPersons, AreImportedWithoutWhatIsDamaged) {
     };
     const Damage damages[] = {
         {"damaged", [](Json& person) { person["photos"][0]["bare"].get_ref<std::string&>()[300] ^= 1; }},
-        {"damaged", [](Json& person) { person["photos"][0]["masked"] = person["photos"][0]["bare"]; }},
+        {"other kind", [](Json& person) { person["photos"][0]["masked"] = person["photos"][0]["bare"]; }},
         {"wrong length", onPhoto("masked", "AAAA")},
         {"wrong length", onPhoto("bare", std::string(696, '='))},
         {"digest", onPhoto("digest", "../../etc")},
@@ -249,6 +266,55 @@ TEST_F(TwoPersons, WithADamagedTemplateArePassedOver) {
     const CommandResult exported = withGallery({"gallery", "export"}, gallery, {"-"});
     EXPECT_EQ(exported.exitCode, 10);
     ASSERT_EQ(Json::parse(exported.output).at("persons").size(), 1u);
+    EXPECT_EQ(enrollJson(gallery, {"First", bundled("first-bare.webp")}).at("photos")[0].at("result"), "repaired");
+    EXPECT_EQ(identified(gallery, bundled("first-bare.webp")).at("name"), "First");
+}
+
+// Its checksum holds, but no face gives such a template, and its similarities are not bounded.
+TEST_F(TwoPersons, WithAnImplausibleTemplateArePassedOver) {
+    GalleryFile(gallery).run(
+        "UPDATE photo SET bare = CAST(x'56445f56352e3031' || zeroblob(508) || x'01000000' AS BLOB) "
+        "WHERE id = 1");
+    EXPECT_THAT(withGallery({"identify"}, gallery, {bundled("first-bare.webp")}).errors,
+                HasSubstr("passed over: First"));
+}
+
+TEST_F(TwoPersons, ChangeTheirNamesAndBecomeOne) {
+    const auto change = [&](const char* what, const std::string& a, const std::string& b) {
+        return withGallery({"gallery", what}, gallery, {a, b}).exitCode;
+    };
+    EXPECT_EQ(change("rename", "First", zoe), 2);
+    EXPECT_EQ(change("rename", "First", "a/b"), 2);
+    EXPECT_EQ(change("rename", "Nobody", "Third"), 3);
+    EXPECT_EQ(change("rename", "First", "Third"), 0);
+    EXPECT_EQ(change("merge", "Third", "Nobody"), 3);
+    EXPECT_EQ(change("merge", "Third", "Third"), 2);
+    EXPECT_THAT(content(gallery), UnorderedElementsAre("Third: first-bare.webp", zoe + ": second-bare.webp"));
+    enroll(gallery, {"Third", bundled("second-bare.webp")});
+    EXPECT_EQ(change("merge", "Third", zoe), 0);
+    EXPECT_THAT(content(gallery), UnorderedElementsAre(zoe + ": first-bare.webp", zoe + ": second-bare.webp"));
+}
+
+TEST_F(TwoPersons, ReachTheTerminalWithoutControlCharacters) {
+    GalleryFile(gallery).run("UPDATE person SET name = 'a' || char(27) || '[2J' || char(155) WHERE id = 1");
+    for (const CommandResult& result :
+         {withGallery({"identify"}, gallery, {bundled("first-bare.webp")}),
+          withGallery({"gallery", "list"}, gallery, {}), withGallery({"gallery", "merge"}, gallery, {"\x1b", zoe})})
+        EXPECT_EQ((result.output + result.errors).find_first_of("\x1b\x9b"), std::string::npos);
+    EXPECT_EQ(shownPersons(gallery)[0].at("name"), "a\x1b[2J\xc2\x9b");
+}
+
+// A limit on the size of files stands in for a full disk.
+TEST_F(TwoPersons, AreAllWhenTheDiskIsFull) {
+    const std::string blocks = std::to_string(fs::file_size(gallery) / 512);
+    const CommandResult result =
+        runProgram("/bin/sh", {"-c", "ulimit -f " + blocks + "; exec \"$0\" \"$@\"", VELDAN_COMMAND, "enroll",
+                               "--gallery", gallery, "Third", bundled("first-mask.webp"), bundled("astronaut.jpg"),
+                               bundled("first-bare.webp"), bundled("second-bare.webp")});
+    EXPECT_EQ(result.exitCode, 7);
+    EXPECT_THAT(result.errors, HasSubstr("would become larger"));
+    EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 2); // the mask, then the end
+    EXPECT_THAT(result.output, HasSubstr(" not tried"));
 }
 
 TEST(Enroll, RefusesWhatCannotServe) {
@@ -276,6 +342,8 @@ TEST(Enroll, RefusesWhatCannotServe) {
         EXPECT_THAT(result.errors, HasSubstr(line));
     EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 5);
     EXPECT_THAT(result.output, HasSubstr("0 enrolled, 0 enrolled before, 5 refused"));
+    EXPECT_FALSE(fs::exists(gallery));
+    EXPECT_TRUE(fs::is_empty(folder / "")) << "something is left";
     const Json quality = enrollJson(gallery, {"First", bundled("first-bare.webp"), "--min-quality", "100"});
     EXPECT_EQ(quality.at("photos")[0].at("error").at("name"), "unsuitable");
     EXPECT_THAT(quality.at("photos")[0].at("error").at("message"), HasSubstr("quality"));
@@ -296,8 +364,9 @@ TEST(Enroll, TakesAFolderForEachPerson) {
     fs::copy_file(bundled("astronaut.jpg"), folder / "all/loose.jpg");
     fs::copy_file(bundled("astronaut.jpg"), folder / "all/ space/1.jpg");
     const Json result = enrollJson(gallery, {(folder / "all").string() + "/"});
-    EXPECT_EQ(result.at("summary"),
-              Json({{"enrolled", 3}, {"unchanged", 0}, {"refused", 3}, {"persons", 2}, {"photos", 3}}));
+    EXPECT_EQ(
+        result.at("summary"),
+        Json({{"enrolled", 3}, {"repaired", 0}, {"unchanged", 0}, {"refused", 3}, {"persons", 2}, {"photos", 3}}));
     std::vector<std::string> refused;
     for (const Json& entry : result.at("refusedFolders"))
         refused.push_back(fs::path(entry.at("path").get<std::string>()).filename());
@@ -305,8 +374,25 @@ TEST(Enroll, TakesAFolderForEachPerson) {
     const std::vector<std::string> everybody = {"First: 1.webp", "Second: 1.webp", "Second: 2.jpg"};
     EXPECT_EQ(content(gallery), everybody);
     // The folder of a person, with and without naming it.
-    EXPECT_EQ(enrollJson(gallery, {(folder / "all/Second").string()}).at("summary").at("unchanged"), 2);
+    const CommandResult flat = enroll(gallery, {(folder / "all/Second").string()});
+    EXPECT_THAT(flat.output, HasSubstr("2 enrolled before"));
+    EXPECT_THAT(flat.errors, HasSubstr("one person, \"Second\""));
     EXPECT_EQ(enrollJson(gallery, {"Third", (folder / "all/Second").string()}).at("summary").at("persons"), 3);
+}
+
+TEST(Enroll, TakesTemplatesInPairs) {
+    const ScratchFolder folder;
+    const std::string bare = (folder / "bare").string();
+    const std::string masked = (folder / "aMasked.jpg").string();
+    ASSERT_EQ(runVeldan({"template", bundled("first-bare.webp"), "-o", bare}).exitCode, 0);
+    ASSERT_EQ(runVeldan({"template", bundled("first-bare.webp"), "--mask", "-o", masked}).exitCode, 0);
+    const fs::path gallery = folder / "gallery.db";
+    const CommandResult alone = enroll(gallery, {"First", bare});
+    EXPECT_EQ(alone.exitCode, 9);
+    EXPECT_THAT(alone.errors, HasSubstr("one for a mask has to go with it"));
+    EXPECT_EQ(enroll(gallery, {"First", masked, bare}).exitCode, 0);
+    EXPECT_NEAR(identified(gallery, bundled("first-bare.webp")).at("similarity").get<double>(), 1, 1e-5);
+    EXPECT_EQ(enrollJson(gallery, {"First", bare, masked}).at("photos")[0].at("result"), "unchanged");
 }
 
 TEST(Enroll, RefusesNamesAndFoldersThatAreNone) {
@@ -413,6 +499,11 @@ TEST(Gallery, IsSharedByProcesses) {
     const CommandResult refused = withGallery({"gallery", "remove"}, gallery, {"First"});
     EXPECT_EQ(refused.exitCode, 10);
     EXPECT_THAT(refused.errors, HasSubstr("another program is using it"));
+    const CommandResult stopped = enroll(
+        gallery, {"Third", bundled("first-mask.webp"), bundled("astronaut.jpg"), bundled("first-bare.webp"), "--json"});
+    EXPECT_EQ(stopped.exitCode, 10);
+    EXPECT_EQ(Json::parse(stopped.output).at("photos").size(), 2u);
+    EXPECT_EQ(Json::parse(stopped.output).at("summary").at("left"), 1);
     EXPECT_EQ(content(gallery).size(), 2u);
 }
 

@@ -51,7 +51,11 @@ TEST(Template, IsOfTheKindAskedFor) {
 
         const ScratchFolder folder;
         const std::string file = (folder / "file").string();
-        writeBytes(file, bytes);
+        std::vector<std::string> words = {"template", bundled("first-bare.webp"), "-o", "-"};
+        if (masked)
+            words.emplace_back("--mask");
+        EXPECT_EQ(runVeldan(words, "/dev/null", file).exitCode, 0);
+        EXPECT_EQ(readBytes(file), bytes);
         std::vector<float> feature(128);
         std::memcpy(feature.data(), bytes.data() + 8, 512);
         const CommandResult result = runVeldan({"template", "info", "--json", file});
@@ -106,13 +110,14 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(Damage{"flipped_bit", [](Bytes& bytes) { bytes[300] ^= 4; }, "checksum does not hold"},
                     Damage{"cut_off", [](Bytes& bytes) { bytes.pop_back(); }, "519 bytes long"},
                     Damage{"empty", [](Bytes& bytes) { bytes.clear(); }, "0 bytes long"},
+                    Damage{"other_network", [](Bytes& bytes) { bytes[4] = '4'; }, "another network (VD_V4.0)"},
                     Damage{"other_file", [](Bytes& bytes) { bytes.assign(520, 'x'); }, "not a template"},
                     Damage{"zeros",
                            [](Bytes& bytes) {
                                std::fill(bytes.begin() + 8, bytes.end(), static_cast<unsigned char>(0));
                                putChecksum(bytes);
                            },
-                           "similar to nothing"},
+                           "length that no face has"},
                     Damage{"not_a_number",
                            [](Bytes& bytes) {
                                const float value = std::numeric_limits<float>::quiet_NaN();
