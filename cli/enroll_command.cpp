@@ -69,6 +69,7 @@ private:
             tell(list_.persons[index], path, enrol(index, path));
         } catch (const FatalError&) {
             stopped_ = true;
+            --begun_; // running the command again tries it again
             throw;
         }
     }
@@ -177,7 +178,7 @@ private:
         text += std::to_string(unchanged_) + " enrolled before, " + std::to_string(refused) + " refused; ";
         if (stopped_) {
             document["summary"]["left"] = list_.photos.size() - begun_;
-            photos_.tell(text + counted(list_.photos.size() - begun_, "photo", "photos") + " not tried");
+            photos_.tell(text + counted(list_.photos.size() - begun_, "photo", "photos") + " left");
             return;
         }
         std::size_t photos = 0;

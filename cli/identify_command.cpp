@@ -1,16 +1,21 @@
 #include "annotate.hpp"
+#include "candidate_search.hpp"
 #include "commands.hpp"
 #include "face_api.hpp"
+#include "file_bytes.hpp"
 #include "gallery_store.hpp"
 #include "judge.hpp"
 #include "largest_face.hpp"
 #include "photo_run.hpp"
 #include "printable.hpp"
+#include "similarity_option.hpp"
+#include "template_file.hpp"
 #include "thresholds.hpp"
 
 #include <CLI/CLI.hpp>
 
 #include <chrono>
+#include <cmath>
 #include <cstddef>
 #include <iomanip>
 #include <iostream>
@@ -27,17 +32,26 @@ namespace {
 struct IdentifyOptions {
     PhotoOptions photos;
     std::string gallery;
-    int threshold = recognitionThreshold;
-    int maskThreshold = maskedRecognitionThreshold;
+    double threshold = recognitionThreshold;
+    double maskThreshold = maskedRecognitionThreshold;
+    std::size_t top = 0;
+};
+
+/** Who somebody is. */
+struct Identity {
+    Kind kind = Kind::Bare;
+    float similarity = 0; ///< of the most similar person, known or not
+    const std::string* name = nullptr;
+    std::vector<Candidate> candidates;
 };
 
 /** A face and who it is. */
 struct IdentifiedFace {
     JudgedFace face;
-    Kind kind = Kind::Bare;
-    float similarity = 0; ///< of the most similar person, known or not
-    const std::string* name = nullptr;
+    Identity identity;
 };
+
+constexpr std::size_t shownDigits = 12;
 
 std::string similarityText(float similarity) {
     std::ostringstream text;
@@ -50,21 +64,55 @@ std::string scores(const JudgedFace& face) {
            (face.live ? "live (" : "not live (") + std::to_string(face.record.liveness) + ")";
 }
 
-std::string identityText(const IdentifiedFace& identified) {
+std::string nameText(const Identity& identity) {
+    return identity.name == nullptr ? "unknown" : *identity.name;
+}
+
+std::string candidatesText(const Identity& identity, const SearchableGallery& gallery) {
+    std::string text;
+    std::size_t rank = 0;
+    for (const Candidate& candidate : identity.candidates) {
+        const PhotoOrigin& origin = gallery.origins[candidate.photo];
+        text += "\n      " + std::to_string(++rank) + ". " + printable(gallery.names[candidate.person]) + "  " +
+                similarityText(candidate.similarity) + "  to " + printable(origin.source) + " (" +
+                printable(origin.digest.substr(0, shownDigits)) + ")";
+    }
+    return text;
+}
+
+std::string identityText(const Identity& identity) {
+    return printable(nameText(identity)) + "  " + similarityText(identity.similarity);
+}
+
+std::string faceIdentityText(const IdentifiedFace& identified) {
     const VDFACEINFOEX& record = identified.face.record;
     std::ostringstream text;
-    text << (identified.name == nullptr ? "unknown" : printable(*identified.name)) << "  "
-         << similarityText(identified.similarity) << "  quality " << record.quality << "  " << scores(identified.face)
+    text << identityText(identified.identity) << "  quality " << record.quality << "  " << scores(identified.face)
          << "  box (" << record.x << ", " << record.y << ") " << record.width << " x " << record.height;
     return text.str();
+}
+
+void putIdentity(Json& json, const Identity& identity) {
+    json["name"] = identity.name == nullptr ? Json() : Json(*identity.name);
+    json["similarity"] = identity.similarity;
+    json["kind"] = kindName(identity.kind);
+}
+
+void putCandidates(Json& json, const Identity& identity, const SearchableGallery& gallery) {
+    json["candidates"] = Json::array();
+    for (const Candidate& candidate : identity.candidates) {
+        const PhotoOrigin& origin = gallery.origins[candidate.photo];
+        json["candidates"].push_back({{"name", gallery.names[candidate.person]},
+                                      {"similarity", candidate.similarity},
+                                      {"photo", origin.source},
+                                      {"digest", origin.digest}});
+    }
 }
 
 Json identityJson(const IdentifiedFace& identified) {
     const VDFACEINFOEX& record = identified.face.record;
     Json json = detectionJson(record);
-    json["name"] = identified.name == nullptr ? Json() : Json(*identified.name);
-    json["similarity"] = identified.similarity;
-    json["kind"] = kindName(identified.kind);
+    putIdentity(json, identified.identity);
     json["quality"] = record.quality;
     json["maskScore"] = record.maskScore;
     json["masked"] = identified.face.masked;
@@ -77,9 +125,9 @@ Photo drawn(Photo& photo, const std::vector<IdentifiedFace>& faces) {
     std::vector<Mark> marks;
     marks.reserve(faces.size());
     for (const IdentifiedFace& identified : faces)
-        marks.emplace_back(identified.face.record, identified.face.masked,
-                           std::vector<std::string>{identified.name == nullptr ? "unknown" : *identified.name,
-                                                    similarityText(identified.similarity)});
+        marks.emplace_back(
+            identified.face.record, identified.face.masked,
+            std::vector<std::string>{nameText(identified.identity), similarityText(identified.identity.similarity)});
     return annotatedCopy(photo, std::move(marks));
 }
 
@@ -98,46 +146,78 @@ public:
         : options_(options), photos_(options.photos), gallery_(opened(options.gallery)) {}
 
     ExitCode run() {
-        return photos_.forEach([this](const std::string& path) { process(path); }, {},
-                               [this](Json& document) {
-                                   document["gallery"] = {{"file", options_.gallery},
-                                                          {"persons", gallery_.names.size()},
-                                                          {"damaged", gallery_.damaged}};
-                                   document["threshold"] = options_.threshold;
-                                   document["maskThreshold"] = options_.maskThreshold;
-                               });
+        return photos_.forEach(
+            [this](const std::string& path) { process(path); }, {},
+            [this](Json& document) {
+                document["gallery"] = {
+                    {"file", options_.gallery}, {"persons", gallery_.names.size()}, {"damaged", gallery_.damaged}};
+                document["thresholds"] = {{"bare", options_.threshold}, {"masked", options_.maskThreshold}};
+                // The same in percent, for programs written when there was nothing else.
+                document["threshold"] = percent(options_.threshold);
+                document["maskThreshold"] = percent(options_.maskThreshold);
+            });
     }
 
 private:
+    static Json percent(double similarity) {
+        const double percent = std::round(similarity * 1e6) / 1e4;
+        return percent == std::floor(percent) ? Json(static_cast<int>(percent)) : Json(percent);
+    }
+
     void process(const std::string& path) {
-        Photo photo = photos_.load(path);
+        const std::vector<unsigned char> bytes = readFile(path);
+        if (isTemplateFile(bytes))
+            processTemplate(path, readTemplate(bytes));
+        else
+            processPhoto(photos_.decode(path, bytes));
+    }
+
+    void processTemplate(const std::string& path, const TemplateOfKind& probe) {
+        const Identity identity = identify(probe.bytes, probe.kind);
+        Json json;
+        putIdentity(json, identity);
+        photos_.set("template", kindName(probe.kind));
+        photos_.set("faces", Json::array());
+        photos_.tell(path + ": template of a " + kindName(probe.kind) + " face");
+        addFace(std::move(json), identityText(identity), identity);
+    }
+
+    void processPhoto(Photo photo) {
         const FaceApi::Detection detection = api_.detect(photo);
         const auto start = std::chrono::steady_clock::now();
         std::vector<IdentifiedFace> faces;
         faces.reserve(detection.faces.size());
-        for (const JudgedFace& face : judge(api_.handle(), photo, detection.faces, Light::Visible))
-            faces.push_back(identify(photo, face));
+        for (const JudgedFace& face : judge(api_.handle(), photo, detection.faces, Light::Visible)) {
+            const Kind kind = face.masked ? Kind::Masked : Kind::Bare;
+            faces.push_back({face, identify(templateOf(api_.instance(), photo, face, kind), kind)});
+        }
         const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
 
         photos_.addFaceCount(photo, faces.size(), detection.milliseconds + elapsed.count());
         for (const IdentifiedFace& face : faces)
-            photos_.addFace(identityJson(face), identityText(face));
+            addFace(identityJson(face), faceIdentityText(face), face.identity);
         photos_.draw([&] { return drawn(photo, faces); });
         PhotoRun::refuseCrowd(faces.size());
     }
 
-    IdentifiedFace identify(Photo& photo, const JudgedFace& face) {
-        IdentifiedFace result;
-        result.face = face;
-        result.kind = face.masked ? Kind::Masked : Kind::Bare;
-        const int percent = face.masked ? options_.maskThreshold : options_.threshold;
-        const Template probe = templateOf(api_.instance(), photo, face, result.kind);
+    void addFace(Json json, const std::string& text, const Identity& identity) {
+        if (options_.top > 0)
+            putCandidates(json, identity, gallery_);
+        photos_.addFace(std::move(json), text + candidatesText(identity, gallery_));
+    }
+
+    Identity identify(const Template& probe, Kind kind) {
+        Identity result;
+        result.kind = kind;
+        const double threshold = kind == Kind::Masked ? options_.maskThreshold : options_.threshold;
         try {
-            const auto [person, similarity] = api_.instance().identify(face.masked ? gallery_.masked : gallery_.bare,
-                                                                       probe, static_cast<float>(percent) / 100.0F);
+            const auto [person, similarity] = api_.instance().identify(
+                kind == Kind::Masked ? gallery_.masked : gallery_.bare, probe, static_cast<float>(threshold));
             result.similarity = similarity;
             if (person >= 0)
                 result.name = &gallery_.names[static_cast<std::size_t>(person)];
+            if (options_.top > 0)
+                result.candidates = nearestCandidates(api_.instance(), gallery_, probe, kind, options_.top);
         } catch (const Error& error) {
             throw CommandError(ExitCode::Library, error.what());
         }
@@ -159,25 +239,28 @@ void addIdentifyCommand(CLI::App& app, Action& action) {
         ->required()
         ->type_name("FILE");
     addPhotoOptions(*command, options->photos, "Draw boxes with names");
-    command->add_option("--threshold", options->threshold, "Similarity that a bare face needs, in percent")
+    addSimilarityOption(*command, "--threshold", options->threshold, "Similarity that a bare face needs");
+    addSimilarityOption(*command, "--mask-threshold", options->maskThreshold,
+                        "Similarity that a face with a mask needs");
+    command
+        ->add_option("--top", options->top,
+                     "Tell so many of the nearest persons as well, each with the enrolled photo that is most similar")
         ->type_name("N")
-        ->check(CLI::Range(0, 100))
-        ->capture_default_str();
-    command->add_option("--mask-threshold", options->maskThreshold, "Similarity that a face with a mask needs")
-        ->type_name("N")
-        ->check(CLI::Range(0, 100))
-        ->capture_default_str();
+        ->check(CLI::Range(1, 1000000));
     command->footer(
         "Every face gets the name of the most similar person, or \"unknown\" when that similarity is below the\n"
         "threshold. Faces with masks are compared with what enrolment stored for masked faces. Low quality makes a\n"
-        "name doubtful, and \"not live\" may mean a picture of that person.\n"
+        "name doubtful, and \"not live\" may mean a picture of that person. Files written by \"veldan template\" "
+        "serve\n"
+        "in place of photos.\n"
         "\n" +
-        std::string(exitCodeHelp) +
+        std::string(similarityHelp) + "\n" + std::string(exitCodeHelp) +
         "Nothing is done when the gallery does not exist (3) or cannot be used (10).\n"
         "\n"
         "Examples:\n"
         "  veldan identify --gallery staff.db visitor.jpg\n"
         "  veldan identify --gallery staff.db visitor.jpg --draw named.jpg\n"
+        "  veldan identify --gallery staff.db visitor.jpg --threshold 0.76 --top 5\n"
         "  veldan identify --gallery staff.db *.jpg --json | jq '.photos[] | {photo, names: [.faces[]?.name]}'\n");
     command->callback([options, &action] { action = [options] { return Identification(*options).run(); }; });
 }

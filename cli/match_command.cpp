@@ -1,10 +1,14 @@
 #include "annotate.hpp"
 #include "commands.hpp"
 #include "face_api.hpp"
+#include "file_bytes.hpp"
 #include "largest_face.hpp"
 #include "output_files.hpp"
 #include "photo_run.hpp"
+#include "printable.hpp"
+#include "similarity_option.hpp"
 #include "similarity_words.hpp"
+#include "template_file.hpp"
 
 #include <veldan/image_tool.h>
 
@@ -15,6 +19,7 @@
 #include <iomanip>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -33,14 +38,17 @@ struct MatchOptions {
     std::string second;
     PhotoOptions photos;
     std::string draw;
+    double threshold = 0;
+    bool judged = false; ///< whether the threshold decides
     bool masked = false;
 };
 
-/** A photo with the face that is compared. */
+/** A photo with the face that is compared, or the template in place of it. */
 struct Side {
     std::string path;
     Photo photo;
     JudgedFace face;
+    std::optional<TemplateOfKind> given;
 };
 
 std::string maskText(const JudgedFace& face) {
@@ -101,13 +109,25 @@ public:
         : options_(options), run_(options.photos), target_(options.draw, 1) {}
 
     ExitCode run() {
-        return run_.forEach([this](const std::string& path) { find(path); },
-                            [this](Json& document) { match(document); });
+        const ExitCode code =
+            run_.forEach([this](const std::string& path) { find(path); }, [this](Json& document) { match(document); });
+        return code == ExitCode::Success && options_.judged && !same_ ? ExitCode::Different : code;
     }
 
 private:
     void find(const std::string& path) {
-        Side side{path, run_.load(path), {}};
+        const std::vector<unsigned char> bytes = readFile(path);
+        Side side;
+        side.path = path;
+        if (isTemplateFile(bytes)) {
+            side.given = readTemplate(bytes);
+            const char* kind = kindName(side.given->kind);
+            run_.set("template", kind);
+            run_.tell(path + ": template of a " + kind + " face");
+            sides_.push_back(std::move(side));
+            return;
+        }
+        side.photo = run_.decode(path, bytes);
         const LargestFace largest = largestFace(api_, side.photo);
         side.face = largest.face;
         run_.addFaceCount(side.photo, largest.of, largest.milliseconds);
@@ -127,13 +147,18 @@ private:
         Side& first = sides_.at(0);
         Side& second = sides_.at(1);
         const bool maskWorn = first.face.masked || second.face.masked;
-        const Kind kind = options_.masked || maskWorn ? Kind::Masked : Kind::Bare;
+        const Kind kind = kindFor(maskWorn);
         const double similarity = static_cast<double>(compare(first, second, kind));
         const std::string verdict = verdictOn(similarity, kind);
 
         document["kind"] = kindName(kind);
         document["similarity"] = similarity;
         document["verdict"] = verdict;
+        same_ = similarity >= options_.threshold;
+        if (options_.judged) {
+            document["threshold"] = options_.threshold;
+            document["same"] = same_;
+        }
         document["steps"] = Json::array();
         for (const SimilarityStep& step : similaritySteps(kind))
             document["steps"].push_back({{"similarity", step.similarity},
@@ -144,9 +169,35 @@ private:
         draw(document, {"similarity " + threeDecimals(similarity), verdict});
     }
 
+    /** A template is of one kind for good, which the other side then has to follow. */
+    Kind kindFor(bool maskWorn) const {
+        Kind kind = options_.masked || maskWorn ? Kind::Masked : Kind::Bare;
+        const Side* master = nullptr;
+        for (const Side& side : sides_) {
+            if (!side.given)
+                continue;
+            if (master != nullptr && master->given->kind != side.given->kind)
+                throw CommandError(ExitCode::Unsuitable, "a template of a bare face and one of a masked face cannot be "
+                                                         "compared with each other");
+            master = &side;
+        }
+        if (master == nullptr)
+            return kind;
+        if (kind == Kind::Masked && master->given->kind == Kind::Bare)
+            throw CommandError(ExitCode::Unsuitable,
+                               master->path + ": the template of a bare face, which cannot be compared " +
+                                   (maskWorn ? "with a face that wears a mask" : "as a masked face") +
+                                   "; \"veldan template --mask\" makes the other kind");
+        return master->given->kind;
+    }
+
+    Template templateFor(Side& side, Kind kind) {
+        return side.given ? side.given->bytes : templateOf(api_.instance(), side.photo, side.face, kind);
+    }
+
     float compare(Side& first, Side& second, Kind kind) {
-        const Template a = templateOf(api_.instance(), first.photo, first.face, kind);
-        const Template b = templateOf(api_.instance(), second.photo, second.face, kind);
+        const Template a = templateFor(first, kind);
+        const Template b = templateFor(second, kind);
         try {
             return api_.instance().match(a, b, kind);
         } catch (const Error& error) {
@@ -154,10 +205,13 @@ private:
         }
     }
 
-    static void print(double similarity, const std::string& verdict, Kind kind, bool maskWorn) {
+    void print(double similarity, const std::string& verdict, Kind kind, bool maskWorn) const {
         std::cout << "similarity " << threeDecimals(similarity) << ": " << verdict << '\n';
         if (kind == Kind::Masked)
             std::cout << "      compared as masked faces" << (maskWorn ? ", since a mask is worn" : "") << '\n';
+        if (options_.judged)
+            std::cout << "      " << (same_ ? "the same person" : "different people") << " by the threshold of "
+                      << threeDecimals(options_.threshold) << '\n';
         for (const SimilarityStep& step : similaritySteps(kind))
             std::cout << "      at least " << std::fixed << std::setprecision(2) << step.similarity
                       << (similarity >= step.similarity ? ": yes" : ": no ") << "  (as " << oneIn(step)
@@ -167,12 +221,14 @@ private:
     void draw(Json& document, const std::vector<std::string>& words) {
         if (!target_.wanted())
             return;
+        if (sides_[0].given || sides_[1].given)
+            throw CommandError(ExitCode::Usage, "--draw: needs two photos; a template shows nothing");
         const std::filesystem::path path = target_.pathFor(options_.first);
         Photo picture = sideBySide(sides_[0], sides_[1], words);
         PhotoFiles(options_.photos.photos).save(picture, path);
         document["drawn"] = path.string();
         if (!options_.photos.json)
-            std::cout << "      drawn in " << path.string() << '\n';
+            std::cout << "      drawn in " << printable(path.string()) << '\n';
     }
 
     const MatchOptions& options_;
@@ -180,6 +236,7 @@ private:
     DrawTarget target_;
     FaceApi api_{0};
     std::vector<Side> sides_;
+    bool same_ = false;
 };
 
 } // namespace
@@ -187,28 +244,40 @@ private:
 void addMatchCommand(CLI::App& app, Action& action) {
     CLI::App* command = app.add_subcommand("match", "Compare the largest faces of two photos: the same person or not");
     const auto options = std::make_shared<MatchOptions>();
-    command->add_option("A", options->first, "A photo: jpg, png, webp, bmp, tiff and what else OpenCV reads")
+    command->add_option("A", options->first, "A photo, or a file that \"veldan template\" wrote")
         ->required()
         ->type_name("");
     command->add_option("B", options->second, "The other one")->required()->type_name("");
     command->add_flag("--mask", options->masked,
                       "Compare as masked faces; happens by itself when one of them wears a mask");
+    const CLI::Option* threshold =
+        addSimilarityOption(*command, "--threshold", options->threshold,
+                            "Similarity of the same person: the exit code says whether it is reached")
+            ->default_str("");
     command->add_flag("--json", options->photos.json, "Print one JSON document instead of text");
     command->add_option("--draw", options->draw, "Draw both photos side by side with the faces and the similarity")
         ->type_name("OUT");
     command->footer(
         "The similarity is 1 for the same picture and about 0.5 for people who have nothing in common. How often\n"
         "different people are that similar was measured: see docs/thresholds.md.\n"
+        "\n" +
+        std::string(similarityHelp) +
         "\n"
-        "Exit codes: 0 compared, whatever the verdict; 3 a photo does not exist; 4 a photo cannot be read, or is\n"
-        "not a picture; 5 a photo is too small; 7 the picture could not be written; 8 the library did not start;\n"
-        "9 a photo without a face.\n"
+        "Exit codes: 0 compared, whatever the verdict; with --threshold as those of cmp, 0 the same person, 1 "
+        "different\n"
+        "people, and 2 or more trouble: 2 wrong usage; 3 a photo does not exist; 4 a photo cannot be read, or is not "
+        "a\n"
+        "picture; 5 a photo is too small; 7 the picture could not be written; 8 the library did not start; 9 a photo\n"
+        "without a face, or templates of different kinds; 11 unexpected failure.\n"
         "\n"
         "Examples:\n"
         "  veldan match passport.jpg visitor.jpg\n"
         "  veldan match passport.jpg visitor.jpg --draw compared.jpg\n"
+        "  veldan match passport.jpg visitor.jpg --threshold 0.74 > /dev/null && echo welcome\n"
+        "  veldan match passport.tpl visitor.jpg\n"
         "  veldan match passport.jpg visitor.jpg --json | jq .similarity\n");
-    command->callback([options, &action] {
+    command->callback([options, threshold, &action] {
+        options->judged = threshold->count() > 0;
         action = [options] {
             options->photos.photos = {options->first, options->second};
             return Matching(*options).run();

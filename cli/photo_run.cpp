@@ -51,8 +51,8 @@ ExitCode PhotoRun::forEach(const std::function<void(const std::string& path)>& p
     return code_;
 }
 
-Photo PhotoRun::load(const std::string& path) {
-    Photo photo = loadPhoto(path);
+Photo PhotoRun::decode(const std::string& path, const std::vector<unsigned char>& bytes) {
+    Photo photo = decodePhoto(path, bytes);
     entry_["width"] = photo.width;
     entry_["height"] = photo.height;
     return photo;

@@ -3,6 +3,7 @@
 
 #include "exit_codes.hpp"
 #include "face_text.hpp"
+#include "file_bytes.hpp"
 #include "output_files.hpp"
 #include "photo.hpp"
 #include "progress.hpp"
@@ -47,7 +48,9 @@ public:
 
     /** @name For process, in this order */
     ///@{
-    Photo load(const std::string& path);
+    Photo load(const std::string& path) { return decode(path, readFile(path)); }
+    /** load() for a file that is read already. */
+    Photo decode(const std::string& path, const std::vector<unsigned char>& bytes);
     void addFaceCount(const Photo& photo, std::size_t count, double milliseconds);
     /** @param text  one line or several */
     void addFace(Json face, const std::string& text);

@@ -65,7 +65,9 @@ bool Database::inTransaction() const {
 
 void Database::fail(int code) const {
     const std::string reason = connection_ == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(connection_.get());
-    const int system = connection_ == nullptr ? 0 : sqlite3_system_errno(connection_.get());
+    int system = 0; // the failure to write itself; undoing the change has overwritten what sqlite3_system_errno() tells
+    if (connection_ != nullptr)
+        sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_LAST_ERRNO, &system);
     switch (code & 0xff) {
     case SQLITE_BUSY:
     case SQLITE_LOCKED:

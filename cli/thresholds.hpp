@@ -3,12 +3,12 @@
 
 namespace veldan::cli {
 
-/** @name Defaults of the commands, in percent as the library's own searches take them */
+/** @name Defaults of the commands */
 ///@{
 /** Similarity from which two bare faces count as one person: 1 in 1000 pairs of different people reach it. */
-inline constexpr int recognitionThreshold = 70;
+inline constexpr double recognitionThreshold = 0.70;
 /** The same for faces with masks. */
-inline constexpr int maskedRecognitionThreshold = 77;
+inline constexpr double maskedRecognitionThreshold = 0.77;
 /** Quality that a photo needs to be enrolled. */
 inline constexpr int enrolmentQuality = 40;
 ///@}

@@ -3,6 +3,7 @@
 #include "face_api.hpp"
 #include "face_text.hpp"
 #include "gallery_store.hpp"
+#include "similarity_option.hpp"
 #include "stop_signal.hpp"
 #include "thresholds.hpp"
 #include "track_events.hpp"
@@ -42,8 +43,8 @@ struct WatchOptions {
     std::string source;
     std::string record;
     std::int64_t frames = 0;
-    int threshold = recognitionThreshold;
-    int maskThreshold = maskedRecognitionThreshold;
+    double threshold = recognitionThreshold;
+    double maskThreshold = maskedRecognitionThreshold;
     int quality = trackedQuality;
     int grace = usualGrace;
     bool json = false;
@@ -145,8 +146,8 @@ private:
     const std::vector<VDFACEINFOEX>& search(Photo& picture) {
         try {
             tracker_.next(viewOf(picture));
-            return tracker_.search(viewOf(picture), gallery_.bare, gallery_.masked, options_.threshold,
-                                   options_.maskThreshold, options_.quality);
+            return tracker_.search(viewOf(picture), gallery_.bare, gallery_.masked, wholePercent(options_.threshold),
+                                   wholePercent(options_.maskThreshold), options_.quality);
         } catch (const Error& error) {
             throw CommandError(error.code() == VD_ERR_IMAGE_TOO_SMALL ? ExitCode::TooSmall : ExitCode::Library,
                                options_.source + ": " + error.what());
@@ -277,12 +278,8 @@ void addWatchCommand(CLI::App& app, Action& action) {
     command->add_flag("--json", options->json, "Print one JSON object a line instead of text");
     command->add_flag("--show", options->show, "Show the video with names in a window");
     command->add_option("--record", options->record, "Write the video with names: .avi or .mp4")->type_name("OUT");
-    command->add_option("--threshold", options->threshold, "Similarity of a bare face that is recognised, in percent")
-        ->capture_default_str()
-        ->check(CLI::Range(1, 100));
-    command->add_option("--mask-threshold", options->maskThreshold, "The same for a face with a mask")
-        ->capture_default_str()
-        ->check(CLI::Range(1, 100));
+    addSimilarityOption(*command, "--threshold", options->threshold, "Similarity of a bare face that is recognised");
+    addSimilarityOption(*command, "--mask-threshold", options->maskThreshold, "The same for a face with a mask");
     command
         ->add_option("--quality", options->quality, "Quality that a face needs to be searched, half of it with a mask")
         ->capture_default_str()
@@ -295,6 +292,9 @@ void addWatchCommand(CLI::App& app, Action& action) {
         "Events, one a line: appeared, recognised, stranger, left; a summary at the end. Files are read frame by\n"
         "frame; of cameras and streams the latest frame is taken and older ones are dropped. Ctrl-C ends watching,\n"
         "with the summary and a complete recording.\n"
+        "\n" +
+        std::string(similarityHelp) +
+        "Here they are rounded up to whole percent, of which 1 is the least.\n"
         "\n"
         "Exit codes: 0 the video has ended, or Ctrl-C; 2 wrong usage; 3 a file does not exist; 4 the source cannot\n"
         "be opened, or the camera stopped; 5 the pictures are too small; 7 the recording could not be written; 8 the\n"

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -127,6 +128,45 @@ TEST(Match, DrawsBothPhotosSideBySide) {
         picture.at<cv::Vec3b>(cvRound(box.y * factor), cvRound(512 + (box.x + box.width / 2.0) * factor));
     EXPECT_GT(edge[1], 200);
     EXPECT_LT(edge[2], 100);
+}
+
+// As those of cmp.
+TEST(Match, SaysByItsExitCodeWhetherTheThresholdIsReached) {
+    const std::string photo = bundled("first-bare.webp");
+    const auto code = [&](const std::string& other, const char* threshold) {
+        return runVeldan({"match", photo, other, "--threshold", threshold}).exitCode;
+    };
+    const double similarity = match({photo, bundled("second-bare.webp")}).at("similarity");
+    ASSERT_TRUE(similarity > 0.5 && similarity < 0.7);
+    for (const char* threshold : {"0.7", "70", "70%", "70 %", "1"})
+        EXPECT_EQ(code(bundled("second-bare.webp"), threshold), 1) << threshold;
+    for (const char* threshold : {"0.5", "50", "0.9%", "0"})
+        EXPECT_EQ(code(bundled("second-bare.webp"), threshold), 0) << threshold;
+    for (const char* threshold : {"101", "-1", "nan", "0.5x", "", "%", "0,5"})
+        EXPECT_EQ(code(bundled("second-bare.webp"), threshold), 2) << threshold;
+    EXPECT_EQ(code("/no/such/photo", "0.5"), 3);
+}
+
+TEST(Match, TakesTemplatesInPlaceOfPhotos) {
+    const ScratchFolder folder;
+    const std::string bare = (folder / "bare.jpg").string();
+    const std::string masked = (folder / "masked").string();
+    ASSERT_EQ(runVeldan({"template", bundled("first-bare.webp"), "-o", bare}).exitCode, 0);
+    ASSERT_EQ(runVeldan({"template", bundled("first-bare.webp"), "--mask", "-o", masked}).exitCode, 0);
+    for (const auto& [file, kind] : {std::pair{bare, "bare"}, {masked, "masked"}}) {
+        const Json result = match({bundled("second-bare.webp"), file});
+        EXPECT_EQ(result.at("kind"), kind);
+        std::vector<std::string> photos = {bundled("second-bare.webp"), bundled("first-bare.webp")};
+        if (file == masked)
+            photos.emplace_back("--mask");
+        EXPECT_EQ(result.at("similarity"), match(photos).at("similarity"));
+    }
+    EXPECT_EQ(runVeldan({"match", bare, masked}).exitCode, 9);
+    EXPECT_EQ(runVeldan({"match", bare, bundled("second-mask.webp")}).exitCode, 9);
+    std::vector<unsigned char> bytes = readBytes(bare);
+    bytes[100] ^= 1;
+    writeBytes(bare, bytes);
+    EXPECT_THAT(runVeldan({"match", bare, bare}).errors, HasSubstr("checksum does not hold"));
 }
 
 TEST(Match, NeverDrawsOverAPhoto) {
