@@ -1,20 +1,18 @@
 #ifndef VELDAN_CLI_THRESHOLDS_HPP
 #define VELDAN_CLI_THRESHOLDS_HPP
 
+#include <veldan/thresholds.h>
+
 namespace veldan::cli {
 
-/** @name Defaults of the commands */
+/** @name Defaults of the commands, as they take and print them */
 ///@{
-/** Similarity from which two bare faces count as one person: 1 in 1000 pairs of different people reach it. */
-inline constexpr double recognitionThreshold = 0.70;
-/** The same for faces with masks. */
-inline constexpr double maskedRecognitionThreshold = 0.77;
-/** Quality that a photo needs to be enrolled. */
-inline constexpr int enrolmentQuality = 40;
+inline constexpr double recognitionThreshold = VELDAN_SAME_PERSON / 100.0;
+inline constexpr double maskedRecognitionThreshold = VELDAN_SAME_PERSON_MASKED / 100.0;
+inline constexpr int enrolmentQuality = VELDAN_ENROLMENT_QUALITY;
 ///@}
 
-/** From this maskScore on a face counts as masked, as in the library's combined flows. */
-inline constexpr int maskedFrom = 41;
+inline constexpr int maskedFrom = VELDAN_MASKED;
 
 } // namespace veldan::cli
 

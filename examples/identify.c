@@ -2,12 +2,10 @@
 
 #include <veldan/face_api.h>
 #include <veldan/image_tool.h>
+#include <veldan/thresholds.h>
 
 #include <stdio.h>
 #include <stdlib.h>
-
-/* Percent. How often different people are this similar depends on the networks: see the command's help. */
-#define THRESHOLD 72
 
 /* The pixels of a photo, to be freed by the caller; null when it cannot be read. */
 static unsigned char* load(const char* path, int* width, int* height) {
@@ -49,8 +47,8 @@ static int identify(void* handle, int known, char** photos) {
     if (code == VD_OK)
         code = extract(handle, photos[0], faces, gallery + (size_t)known * size);
     if (code == VD_OK) {
-        if (zzDetectSearchFeatureThread(handle, gallery, known, THRESHOLD, gallery + (size_t)known * size, &found) ==
-            VD_OK)
+        if (zzDetectSearchFeatureThread(handle, gallery, known, VELDAN_SAME_PERSON, gallery + (size_t)known * size,
+                                        &found) == VD_OK)
             printf("%s: the person of %s, similarity %d %%\n", photos[0], photos[found.searchId + 1],
                    found.searchScore);
         else

@@ -1,6 +1,7 @@
 // Says which of some photos show the person of a new one: identify NEW_PHOTO KNOWN_PHOTO...
 
 #include <veldan/image_tool.h>
+#include <veldan/thresholds.h>
 #include <veldan/veldan.hpp>
 
 #include <exception>
@@ -11,8 +12,7 @@
 
 namespace {
 
-// How often different people are this similar depends on the networks: see the command's help.
-constexpr float threshold = 0.72F;
+constexpr float threshold = VELDAN_SAME_PERSON / 100.0F;
 
 // The template of the largest face of a photo.
 veldan::Template extract(veldan::Instance& instance, const std::string& path) {

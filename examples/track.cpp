@@ -2,6 +2,7 @@
 
 #include <veldan/cam_capture.hpp>
 #include <veldan/image_tool.h>
+#include <veldan/thresholds.h>
 #include <veldan/veldan.hpp>
 
 #include <algorithm>
@@ -15,11 +16,6 @@
 #include <vector>
 
 namespace {
-
-// Percent, as tracked searches take them.
-constexpr int threshold = 72;
-constexpr int maskThreshold = 72;
-constexpr int quality = 30;
 
 // Both kinds of template, so that the person is recognised with and without a mask.
 void enrol(veldan::Instance& instance, const std::string& path, veldan::Gallery& bare, veldan::Gallery& masked) {
@@ -62,7 +58,8 @@ void follow(veldan::Instance& instance, char* video, veldan::Gallery& bare, veld
             break;
         const veldan::ImageView image{frame.data(), width, height};
         tracker.next(image);
-        for (const VDFACEINFOEX& face : tracker.search(image, bare, masked, threshold, maskThreshold, quality)) {
+        for (const VDFACEINFOEX& face : tracker.search(image, bare, masked, VELDAN_SAME_PERSON,
+                                                       VELDAN_SAME_PERSON_MASKED, VELDAN_TRACKED_QUALITY)) {
             const std::string verdict = verdictOf(face);
             if (std::exchange(said[face.trackId], verdict) != verdict)
                 std::cout << "frame " << number << ": face " << face.trackId << ' ' << verdict << '\n';

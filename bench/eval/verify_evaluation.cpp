@@ -1,4 +1,3 @@
-#include "../../cli/thresholds.hpp"
 #include "csv_table.hpp"
 #include "evaluations.hpp"
 #include "library.hpp"
@@ -8,6 +7,8 @@
 #include "score_histogram.hpp"
 #include "text_table.hpp"
 #include "verify_figures.hpp"
+
+#include <veldan/thresholds.h>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -215,8 +216,7 @@ private:
                 probes.emplace_back(std::nullopt, &other);
         }
         IdentificationFigures figures;
-        figures.threshold =
-            static_cast<float>(bare ? cli::recognitionThreshold : cli::maskedRecognitionThreshold) / 100.0F;
+        figures.threshold = static_cast<float>(bare ? VELDAN_SAME_PERSON : VELDAN_SAME_PERSON_MASKED) / 100.0F;
         for (const auto& [own, probe] : probes) {
             std::vector<float> similarities;
             if (const auto& feature = (*probe)[comparison.second]) {
