@@ -146,7 +146,7 @@ private:
             }
             const std::optional<int> maskScore = extractPainted(picture, templates);
             missedPainted_ += maskScore ? 0U : 1U;
-            judgedMasked_ += maskScore.value_or(0) >= cli::maskedFrom ? 1U : 0U;
+            judgedMasked_ += maskScore.value_or(0) >= VELDAN_MASKED ? 1U : 0U;
             if (maskScore && !options_.painted.empty())
                 cv::imwrite((fs::path(options_.painted) / (fs::path(file).stem().string() + ".jpg")).string(), picture);
         }
