@@ -29,7 +29,8 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("network", choices=list(TRAINERS))
     parser.add_argument("--data", required=True, help="folder with photos/ and faces/")
-    parser.add_argument("--more", help="folder with everyday photos for the FaceDetect networks: PACK/, PACK.csv, PACK.labels.csv")
+    parser.add_argument("--more", help="folder with further packs, PACK/ and PACK.csv: everyday photos with PACK.labels.csv for the FaceDetect "
+                                         "networks, attack_* for LiveDetect_RGB")
     parser.add_argument("--work", default="training/work", help="folder for checkpoints (default: %(default)s)")
     parser.add_argument("--steps", type=int, help="length of the schedule (default: the network's own)")
     parser.add_argument("--rate", type=float, help="highest learning rate (default: the network's own)")
@@ -45,6 +46,8 @@ def main():
     parser.add_argument("--compile", action="store_true", help="let torch compile the network, where it can (recognizers only)")
     parser.add_argument("--batch", type=int, help="crops a step (recognizers only; default: 128)")
     parser.add_argument("--tail", type=float, default=4.0, help="weight of the most similar other faces (recognizers only; default: %(default)s)")
+    parser.add_argument("--leave-out", nargs="+", default=[], metavar="SOURCE",
+                        help="attack_* of --more to keep for measuring (LiveDetect_RGB only)")
     parser.add_argument("--workers", type=int, default=1, help="processes that prepare batches")
     parser.add_argument("--single", action="store_true", help="single precision throughout, for processors without bfloat16")
     parser.add_argument("--fresh", action="store_true", help="ignore a checkpoint of an earlier run")

@@ -85,6 +85,12 @@ class GraphWriter:
         scaled = self._node(f"{name}/mul", "Mul", [a, negative], T=DT_FLOAT)
         return self._node(f"{name}/add", "Add", [positive, scaled], T=DT_FLOAT)
 
+    def window(self, name, x, top, left, height, width):
+        """Only these pixels go on."""
+        begin = self.const(f"{name}/begin", np.array([0, top, left, 0], np.int32))
+        size = self.const(f"{name}/size", np.array([-1, height, width, -1], np.int32))
+        return self._node(name, "Slice", [x, begin, size], T=DT_FLOAT)
+
     def flatten(self, name, x, size):
         shape = self.const(f"{name}/shape", np.array([-1, size], np.int32))
         return self._node(name, "Reshape", [x, shape], T=DT_FLOAT)

@@ -3,6 +3,7 @@
 A layer list is a sequence of
   ("conv", name, out_channels, kernel, stride, "VALID" or "SAME")   followed by batch normalisation and PReLU
   ("dense", name, out_features)                                     followed by batch normalisation and PReLU
+  ("window", name, top, left, height, width)                        only this part of the input goes on; before the first other layer
 and the heads are (name, outputs, kind): kind "conv" is a 1x1 convolution, "dense" a fully connected layer, "softmax" a
 fully connected layer whose output passes a softmax when shipped, and "last" the same with the softmax node named plainly
 "Softmax": it ends the file, since engines that ask for no output by name get the file's last layer.
@@ -66,14 +67,16 @@ DEFINITIONS = {
         ("conv", "conv4", 64, 3, 2, "VALID"),
         ("dense", "fc", 88),
     ], [("softmax", 2, "softmax")], version="5_0_0"),
+    # What is around the face tells where the camera stands and not what stands before it: the network sees the face alone. It stays at
+    # the resolution that the window has: there are few pixels, and what tells an attack is fine.
     "LiveDetect_RGB": Definition(112, [
+        ("window", "face", 28, 20, 80, 72),
         ("conv", "conv1", 20, 4, 2, "VALID"),
         ("conv", "conv2", 28, 3, 2, "VALID"),
         ("conv", "conv3", 36, 3, 1, "VALID"),
         ("conv", "conv4", 44, 3, 2, "VALID"),
         ("conv", "conv5", 48, 3, 1, "VALID"),
-        ("conv", "conv6", 56, 3, 2, "VALID"),
-        ("conv", "conv7", 56, 3, 1, "VALID"),
+        ("conv", "conv6", 56, 3, 1, "VALID"),
         ("dense", "fc", 48),
     ], [("live_fc", 2, "last")], version="5_0_0"),
     # One channel: the engine hands over the grey part of the crop with eyes and nose.
@@ -102,7 +105,9 @@ class Network(nn.Module):
         self.blocks = nn.ModuleDict()
         channels, size, flat = self.definition.channels, self.definition.input_size, False
         for layer in self.definition.layers:
-            if layer[0] == "conv":
+            if layer[0] == "window":
+                size = layer[4:]
+            elif layer[0] == "conv":
                 _, block, out, kernel, stride, padding = layer
                 pad = (kernel - 1) // 2 if padding == "SAME" else 0
                 self.blocks[block] = nn.Sequential(nn.Conv2d(channels, out, kernel, stride, pad, bias=False),
@@ -122,12 +127,18 @@ class Network(nn.Module):
             else nn.Linear(channels if flat else channels * size[0] * size[1], out)
             for head, out, kind in self.definition.heads})
 
-    def forward(self, x):
+    def forward(self, x, before_dense=None):
+        """before_dense: what training does to the features in front of the first dense layer."""
         x = x.contiguous(memory_format=torch.channels_last)
         with torch.autocast("cpu", dtype=torch.bfloat16, enabled=self.bfloat16 and self.training):
             for layer in self.definition.layers:
+                if layer[0] == "window":
+                    _, _, top, left, height, width = layer
+                    x = x[:, :, top:top + height, left:left + width]
+                    continue
                 if layer[0] == "dense" and x.dim() == 4:
                     x = x.flatten(1)
+                    x = before_dense(x) if before_dense else x
                 x = self.blocks[layer[1]](x)
         x = x.float()
         return [self.heads[head](x) for head, _, _ in self.definition.heads]
@@ -156,6 +167,9 @@ def export(network, logit_shift=None):
         return np.ascontiguousarray(maps.transpose(0, 2, 3, 1).reshape(weight.shape[0], -1))
 
     for layer in network.definition.layers:
+        if layer[0] == "window":
+            x = g.window(layer[1], x, *layer[2:])
+            continue
         linear, norm, prelu = network.blocks[layer[1]]
         weight, bias = fold(linear, norm)
         if layer[0] == "conv":
