@@ -6,10 +6,21 @@
 #include <veldan/quality_evaluation.hpp>
 #include <veldan/spoof_detection.hpp>
 
+#include <opencv2/dnn.hpp>
+
 #include <chrono>
 #include <cstddef>
 #include <stdexcept>
 #include <string>
+
+namespace veldan {
+
+/** The engine's friend: lets a measurement put another network in. */
+struct EngineAccess {
+    static cv::dnn::Net& visible(vdSpoofDetection& engine) { return engine.rgbNet; }
+};
+
+} // namespace veldan
 
 namespace veldan::eval {
 
@@ -75,6 +86,17 @@ void Library::scoreLiveness(cv::Mat& picture, VDFACEINFOEX& face) {
 
 void Library::scoreInfraredLiveness(cv::Mat& picture, VDFACEINFOEX& face) {
     judge(handle_, &VdFaceAPI::livenessDetector, &vdSpoofDetection::vdSpoofNIREvaluation, picture, face);
+}
+
+void Library::useLivenessNetwork(const std::filesystem::path& file) {
+    vdSpoofDetection* engine = static_cast<VdFaceAPI*>(handle_)->livenessDetector;
+    if (engine == nullptr)
+        throw std::runtime_error("the library has no engine for this");
+    try {
+        EngineAccess::visible(*engine) = cv::dnn::readNetFromTensorflow(file.string());
+    } catch (const cv::Exception& error) {
+        throw std::runtime_error(file.string() + ": " + error.what());
+    }
 }
 
 Library::Template Library::extract(cv::Mat& picture, VDFACEINFOEX& face, Extraction how) {

@@ -7,6 +7,7 @@
 
 #include <opencv2/core.hpp>
 
+#include <filesystem>
 #include <vector>
 
 namespace veldan::eval {
@@ -33,6 +34,9 @@ public:
     void scoreQuality(cv::Mat& picture, VDFACEINFOEX& face);
     void scoreLiveness(cv::Mat& picture, VDFACEINFOEX& face);
     void scoreInfraredLiveness(cv::Mat& picture, VDFACEINFOEX& face);
+
+    /** From now on scoreLiveness() judges by the network in this file instead of the library's own. */
+    void useLivenessNetwork(const std::filesystem::path& file);
 
     /** Which template, and which points align the face. */
     enum class Extraction { Bare, Masked, MaskedEnrolment };

@@ -5,6 +5,7 @@
 #include "corner_figures.hpp"
 #include "known_faces.hpp"
 #include "liveness_figures.hpp"
+#include "liveness_sources.hpp"
 #include "mask_figures.hpp"
 #include "quality_figures.hpp"
 #include "statistics.hpp"
@@ -278,6 +279,39 @@ TEST(LivenessFigures, AreErrorRatesAtTheThreshold) {
     const LivenessFigures onlyLive = livenessFigures({shown(false, "plain", 80)}, 50);
     EXPECT_EQ(onlyLive.rates.apcer, std::nullopt);
     EXPECT_EQ(onlyLive.rates.acer(), std::nullopt);
+}
+
+TEST(LivenessSources, AreReadInTheOrderOfTheRecording) {
+    const ScratchFolder folder;
+    const auto write = [&](const char* name, const std::string& text) {
+        writeBytes(folder / name, {text.begin(), text.end()});
+    };
+    write("attack_x.csv", "file,source,class,split\n3.png,real/10.png,live,fold\n4.png,real/9 (1).png,live,fold\n"
+                          "5.png,fake/1.png,attack,fold\n6.png,real/11.png,live,fold\n");
+    write("review.csv", "file,source,turn,reason\n3.png,attack_x,270,sideways\n6.png,attack_x,,no face\n"
+                        "5.png,attack_y,,another source\n");
+    EXPECT_EQ(sourcesIn(folder / ""), std::vector<std::string>{"attack_x"});
+    const std::vector<SourcePhoto> photos = readSource(folder / "", "attack_x", folder / "review.csv");
+    ASSERT_EQ(photos.size(), 3U);
+    EXPECT_EQ(photos[0].photo.file, "4.png");
+    EXPECT_EQ(photos[1].photo.file, "3.png");
+    EXPECT_EQ(photos[1].turns, 3);
+    EXPECT_TRUE(photos[2].photo.attack);
+}
+
+TEST(LivenessSources, AreJudgedByTheMedianOfATrack) {
+    const auto frame = [](bool attack, std::optional<int> score, bool continues = true) {
+        return SourcePhoto{shown(attack, "x", score), 0, continues};
+    };
+    const std::vector<LivenessPhoto> tracks = medianOverTracks(
+        {frame(false, 90), frame(false, 10), frame(false, std::nullopt), frame(false, 80), // three of a track
+         frame(false, 30), frame(false, 50, false), frame(true, 20), frame(true, 40)},
+        3);
+    std::vector<int> scores;
+    for (const LivenessPhoto& track : tracks)
+        scores.push_back(*track.score);
+    EXPECT_EQ(scores, (std::vector<int>{80, 30, 50, 20}));
+    EXPECT_TRUE(tracks[3].attack);
 }
 
 struct Table {

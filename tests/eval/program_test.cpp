@@ -219,6 +219,24 @@ TEST(EvaluateLiveness, PrintsErrorRatesOfBothLights) {
     EXPECT_EQ(sections[2].at("bpcer"), 0);
     EXPECT_EQ(sections[3].at("photos"), 1);
 
+    // A tight crop, upright and on its side.
+    const cv::Mat face = cv::imread(portrait)(cv::Rect(172, 48, 108, 136));
+    cv::Mat turned;
+    cv::rotate(face, turned, cv::ROTATE_90_CLOCKWISE);
+    fs::create_directories(folder / "packs/attack_x");
+    cv::imwrite((folder / "packs/attack_x/a.png").string(), face);
+    cv::imwrite((folder / "packs/attack_x/b.png").string(), turned);
+    write(folder / "packs/attack_x.csv", "a.png,real/1.png,live,fold\nb.png,fake/1.png,attack,fold\n");
+    write(folder / "review.csv", "b.png,attack_x,270,sideways\n");
+    const Json packs = evaluateJson({"liveness", "--sources", (folder / "packs").string(), "--review",
+                                     (folder / "review.csv").string(), "--threshold", "0"});
+    EXPECT_EQ(packs.at("sources").at(0).at("acer"), 0.5); // both were found
+    EXPECT_EQ(packs.at("tracks").at(0).at("auc"), packs.at("sources").at(0).at("auc"));
+    EXPECT_EQ(runProgram(VELDAN_EVAL, {"liveness", "--sources", (folder / "packs").string(), "--fold-networks",
+                                       (folder / "packs").string()})
+                  .exitCode,
+              1); // no network of that name
+
     EXPECT_EQ(runProgram(VELDAN_EVAL, {"liveness"}).exitCode, 2);
     EXPECT_EQ(runProgram(VELDAN_EVAL, {"liveness", "--spoof", (folder / "real").string(), "--set", "set3"}).exitCode,
               1);
