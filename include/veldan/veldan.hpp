@@ -474,8 +474,27 @@ public:
         return faces();
     }
 
+    /**
+     * @name After next(), with the same image: judges whether the faces are live
+     * One frame is little evidence, so liveness becomes the median of the scores that the face's identity got in its
+     * latest 31 judged frames, of an even number the lower of the two in the middle. maskScore is that of this frame.
+     */
+    ///@{
+    const std::vector<VDFACEINFOEX>& judgeLiveness(ImageView image) { return judge("liveness", image, false); }
+    const std::vector<VDFACEINFOEX>& judgeNearInfraredLiveness(ImageView image) {
+        return judge("near-infrared liveness", image, true);
+    }
+    ///@}
+
 private:
+    const std::vector<VDFACEINFOEX>& judge(const char* what, ImageView image, bool nearInfrared) {
+        detail::checkImage(what, image, 1);
+        detail::check(what, judgeFaces(image.pixels, image.width, image.height, nearInfrared));
+        return faces();
+    }
+
     int advance(const unsigned char* image, int width, int height);
+    int judgeFaces(const unsigned char* image, int width, int height, bool nearInfrared);
     int searchFaces(const unsigned char* bare, const unsigned char* masked, const int* counts, int persons,
                     int threshold, int maskThreshold, int qualityThreshold, const unsigned char* image, int width,
                     int height);

@@ -8,7 +8,11 @@
 #include <array>
 #include <bitset>
 #include <climits>
+#include <cstddef>
 #include <cstdint>
+#include <deque>
+#include <iterator>
+#include <map>
 #include <utility>
 #include <vector>
 
@@ -19,6 +23,7 @@ namespace {
 using Faces = std::vector<VDFACEINFOEX>;
 
 constexpr int notJudged = -1;
+constexpr std::size_t judgedFrames = 31; // about a second of video
 
 bool overlap(const VDFACEINFOEX& a, const VDFACEINFOEX& b) {
     return a.x < b.x + b.width && b.x < a.x + a.width && a.y < b.y + b.height && b.y < a.y + a.height;
@@ -116,6 +121,27 @@ struct __attribute__((visibility("hidden"))) Tracker::State {
             if (!known[i])
                 begin(found[i], rowsInUse);
         faces = std::move(found);
+        forgetLiveness();
+    }
+
+    // Of identities that are out of view: they do not come back.
+    void forgetLiveness() {
+        for (auto entry = liveness.begin(); entry != liveness.end();) {
+            const bool inView = std::any_of(faces.begin(), faces.end(),
+                                            [&](const VDFACEINFOEX& face) { return face.trackId == entry->first; });
+            entry = inView ? std::next(entry) : liveness.erase(entry);
+        }
+    }
+
+    int medianLiveness(int trackId, int score) {
+        std::deque<int>& scores = liveness[trackId];
+        scores.push_back(score);
+        if (scores.size() > judgedFrames)
+            scores.pop_front();
+        std::vector<int> sorted(scores.begin(), scores.end());
+        const auto middle = sorted.begin() + (static_cast<std::ptrdiff_t>(sorted.size()) - 1) / 2;
+        std::nth_element(sorted.begin(), middle, sorted.end());
+        return *middle;
     }
 
     // Faces whose identities differ by a multiple of 100 would share their evidence, so such numbers are passed over.
@@ -141,6 +167,7 @@ struct __attribute__((visibility("hidden"))) Tracker::State {
     int unused = 0;
     detail::Records records;
     Evidence evidence;
+    std::map<int, std::deque<int>> liveness; // the latest scores of each identity in view
 };
 
 Tracker::Tracker(void* handle) : state_(std::make_unique<State>(handle)) {}
@@ -163,6 +190,26 @@ int Tracker::advance(const unsigned char* image, int width, int height) {
     else if (code != VD_OK)
         return code;
     state.identify(std::move(found));
+    return VD_OK;
+}
+
+int Tracker::judgeFaces(const unsigned char* image, int width, int height, bool nearInfrared) {
+    State& state = *state_;
+    if (state.faces.empty())
+        return state.handle == nullptr ? VD_ERR_HANDLE : VD_OK;
+    const int count = static_cast<int>(state.faces.size());
+    unsigned char* const pixels = detail::unconst(image);
+    Faces judged = state.faces;
+    // Liveness chooses its points by the mask.
+    int code = zzFaceMaskThread(state.handle, pixels, width, height, count, judged.data());
+    if (code == VD_OK)
+        code = (nearInfrared ? zzNirLivenessDetectThread : zzVisLivenessDetectThread)(state.handle, pixels, width,
+                                                                                      height, count, judged.data());
+    if (code != VD_OK)
+        return code;
+    for (VDFACEINFOEX& face : judged)
+        face.liveness = state.medianLiveness(face.trackId, face.liveness);
+    state.faces = std::move(judged);
     return VD_OK;
 }
 

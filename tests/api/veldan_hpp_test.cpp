@@ -268,4 +268,28 @@ TEST_F(VeldanHpp, InstancesMove) {
     EXPECT_EQ(other.detect(view(photo)).at(0).x, face.x);
 }
 
+TEST_F(VeldanHpp, LivenessIsTheMedianOverTheFramesOfAFace) {
+    Tracker tracker(*instance);
+    std::vector<int> scores;
+    for (const double light : {1.0, 0.4, 0.7, 1.0, 0.4}) {
+        const cv::Mat frame = photo * light;
+        std::vector<VDFACEINFOEX> alone = tracker.next(view(frame));
+        ASSERT_EQ(alone.size(), 1U);
+        instance->judgeMask(view(frame), alone);
+        instance->judgeLiveness(view(frame), alone);
+        scores.push_back(alone[0].liveness);
+        std::vector<int> sorted = scores;
+        std::sort(sorted.begin(), sorted.end());
+        const VDFACEINFOEX& judged = tracker.judgeLiveness(view(frame)).at(0);
+        EXPECT_EQ(judged.liveness, sorted[(sorted.size() - 1) / 2]);
+        EXPECT_EQ(judged.maskScore, alone[0].maskScore);
+    }
+    EXPECT_GT(std::set<int>(scores.begin(), scores.end()).size(), 1U) << "these frames do not differ";
+
+    // A newcomer has no past.
+    tracker.next(view(cv::Mat(photo.size(), CV_8UC3, cv::Scalar::all(90))));
+    EXPECT_EQ(tracker.next(view(photo)).at(0).liveness, -1);
+    EXPECT_EQ(tracker.judgeLiveness(view(photo)).at(0).liveness, scores[0]);
+}
+
 } // namespace
