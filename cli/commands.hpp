@@ -16,6 +16,7 @@ namespace veldan::cli {
 using Action = std::function<ExitCode()>;
 
 /** Each of these adds one subcommand to the application and stores its action when the user chose it. */
+void addCalibrateCommand(CLI::App& app, Action& action);
 void addDetectCommand(CLI::App& app, Action& action);
 void addEnrollCommand(CLI::App& app, Action& action);
 void addGalleryCommand(CLI::App& app, Action& action);

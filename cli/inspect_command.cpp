@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -57,6 +58,16 @@ std::vector<std::string> words(const JudgedFace& face) {
                 (face.live ? ", live " : ", not live ") + std::to_string(face.record.liveness)};
 }
 
+/** What the answers about liveness are worth, as docs/models.md measures it. */
+const char* worthText(Light light) {
+    return light == Light::NearInfrared
+               ? "live, near-infrared: learnt from drawn pictures alone, so nobody knows how often it is right; "
+                 "measure "
+                 "it with veldan calibrate"
+               : "live: from one photo, of a camera it has not seen, about 15 of 100 answers are wrong; see "
+                 "docs/liveness.md";
+}
+
 Photo drawn(Photo& photo, const std::vector<JudgedFace>& faces) {
     std::vector<Mark> marks;
     marks.reserve(faces.size());
@@ -71,7 +82,11 @@ public:
         : options_(options), photos_(options.photos), crops_(options.aligned) {}
 
     ExitCode run() {
-        return photos_.forEach([this](const std::string& path) { process(path); });
+        return photos_.forEach([this](const std::string& path) { process(path); }, {},
+                               [this](Json&) {
+                                   for (const Light light : judged_)
+                                       photos_.tell(worthText(light));
+                               });
     }
 
 private:
@@ -84,6 +99,8 @@ private:
         const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
 
         photos_.addFaceCount(photo, faces.size(), detection.milliseconds + elapsed.count());
+        if (!faces.empty())
+            judged_.insert(light);
         for (const JudgedFace& face : faces) {
             Json json = judgementJson(face);
             json["light"] = lightText(light);
@@ -108,6 +125,7 @@ private:
     PhotoRun photos_;
     CropTarget crops_;
     FaceApi api_;
+    std::set<Light> judged_;
 };
 
 } // namespace
@@ -127,6 +145,7 @@ void addInspectCommand(CLI::App& app, Action& action) {
             "frontal    whether the face looks at the camera, as its points lie\n"
             "masked     whether the face wears a mask: a score of 41 and more of 100\n"
             "live       whether a person was in front of the camera and not a picture of one: a score of 50 and more\n"
+            "           (one photo is weak evidence: veldan calibrate liveness measures it on yours)\n"
             "The picture of --draw is larger than a small photo, so that the words have room. --aligned names\n"
             "its files PHOTO-face1.png (by five points), PHOTO-face1-mask.png (masked faces, by two points).\n"
             "\n") +

@@ -22,10 +22,6 @@ namespace {
 
 constexpr int cropSide = 112;
 
-// What docs/models.md recommends: there both networks refuse as many live faces as they let attacks in. The library
-// itself leaves the decision to its caller.
-constexpr int liveFrom = 50;
-
 // A grey picture saved with loss and loaded in colour differs by one or two levels between its channels.
 constexpr std::uint64_t greyDeviation = 2;
 
@@ -50,6 +46,10 @@ Photo aligned(const Photo& photo, const VDFACEINFOEX& face, std::size_t first, A
 }
 
 } // namespace
+
+bool isLive(const VDFACEINFOEX& face) {
+    return face.liveness >= VELDAN_LIVE;
+}
 
 bool isGrey(const Photo& photo) {
     std::uint64_t differences = 0;
@@ -81,9 +81,9 @@ std::vector<JudgedFace> judge(void* handle, Photo& photo, const std::vector<VDFA
     std::vector<JudgedFace> judged;
     judged.reserve(records.size());
     for (const VDFACEINFOEX& record : records)
-        judged.push_back(
-            {record, record.maskScore >= maskedFrom, tests.Face_blurRGB(pixels, photo.width, photo.height, record) == 1,
-             tests.Face_Front(pixels, photo.width, photo.height, record) == 1, record.liveness >= liveFrom});
+        judged.push_back({record, record.maskScore >= maskedFrom,
+                          tests.Face_blurRGB(pixels, photo.width, photo.height, record) == 1,
+                          tests.Face_Front(pixels, photo.width, photo.height, record) == 1, isLive(record)});
     return judged;
 }
 

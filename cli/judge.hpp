@@ -21,6 +21,9 @@ struct JudgedFace {
     bool live = false;
 };
 
+/** Whether the record's liveness, of one frame or the median of a track, is that of a person before the camera. */
+bool isLive(const VDFACEINFOEX& face);
+
 /** True when the photo has no colour, but for what lossy compression adds. */
 bool isGrey(const Photo& photo);
 

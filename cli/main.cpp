@@ -34,6 +34,7 @@ ExitCode run(const std::vector<std::string>& words) {
                "\"veldan help COMMAND\" tells more about a command.\n");
 
     veldan::cli::Action action;
+    veldan::cli::addCalibrateCommand(app, action);
     veldan::cli::addDetectCommand(app, action);
     veldan::cli::addEnrollCommand(app, action);
     veldan::cli::addGalleryCommand(app, action);

@@ -3,6 +3,7 @@
 #include "face_api.hpp"
 #include "face_text.hpp"
 #include "gallery_store.hpp"
+#include "judge.hpp"
 #include "similarity_option.hpp"
 #include "stop_signal.hpp"
 #include "thresholds.hpp"
@@ -46,6 +47,7 @@ struct WatchOptions {
     double threshold = recognitionThreshold;
     double maskThreshold = maskedRecognitionThreshold;
     int quality = trackedQuality;
+    bool liveness = false;
     int grace = usualGrace;
     bool json = false;
     bool show = false;
@@ -146,6 +148,8 @@ private:
     const std::vector<VDFACEINFOEX>& search(Photo& picture) {
         try {
             tracker_.next(viewOf(picture));
+            if (options_.liveness)
+                tracker_.judgeLiveness(viewOf(picture));
             return tracker_.search(viewOf(picture), gallery_.bare, gallery_.masked, wholePercent(options_.threshold),
                                    wholePercent(options_.maskThreshold), options_.quality);
         } catch (const Error& error) {
@@ -179,6 +183,10 @@ private:
                 json["similarity"] = similarityOf(event.face);
                 json["masked"] = event.face.maskScore >= maskedFrom;
             }
+            if (options_.liveness) {
+                json["liveness"] = event.face.liveness;
+                json["live"] = isLive(event.face);
+            }
             json["box"] = detectionJson(event.face)["box"];
             printLine(json);
             return;
@@ -189,6 +197,8 @@ private:
         if (recognised)
             std::cout << ": " << name << "  (similarity " << twoDecimals(similarityOf(event.face))
                       << (event.face.maskScore >= maskedFrom ? ", masked)" : ")");
+        if (options_.liveness)
+            std::cout << (isLive(event.face) ? "  live (" : "  not live (") << event.face.liveness << ')';
         std::cout << std::endl; // whoever follows the output wants to know at once
     }
 
@@ -284,6 +294,8 @@ void addWatchCommand(CLI::App& app, Action& action) {
         ->add_option("--quality", options->quality, "Quality that a face needs to be searched, half of it with a mask")
         ->capture_default_str()
         ->check(CLI::Range(0, 100));
+    command->add_flag("--liveness", options->liveness,
+                      "Tell whether each person is live, by the median of the latest 31 frames");
     command->add_option("--grace", options->grace, "Frames for which somebody may be lost before having left")
         ->capture_default_str()
         ->check(CLI::Range(0, 100000));

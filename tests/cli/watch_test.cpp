@@ -106,6 +106,17 @@ TEST_F(Watch, ReportsEverybodyOnce) {
                              {"strangers", 1}}));
 }
 
+TEST_F(Watch, TellsLivenessWhenAsked) {
+    const CommandResult result = runVeldan({"watch", "--gallery", gallery, filmed(), "--json", "--liveness"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    for (const Json& line : linesOf(result.output)) {
+        if (!line.contains("person"))
+            continue;
+        EXPECT_THAT(line.at("liveness").get<int>(), testing::AllOf(testing::Ge(0), testing::Le(100)));
+        EXPECT_EQ(line.at("live"), line.at("liveness").get<int>() >= 50);
+    }
+}
+
 // From one frame to the next somebody else is in view, in another place: nothing of Ann may pass on to him.
 TEST_F(Watch, ACutMakesNobodyKnown) {
     cv::Mat alone = frames[38].clone();
