@@ -126,10 +126,12 @@ private:
 
 class Calibration {
 public:
-    explicit Calibration(const CalibrateOptions& options)
-        : options_(options), photos_{filesIn(options.live), {}, options.json}, liveFiles_(photos_.photos.size()) {
+    explicit Calibration(const CalibrateOptions& options) : options_(options), liveFiles_(0) {
+        photos_.json = options.json;
+        photos_.photos.named = filesIn(options.live);
+        liveFiles_ = photos_.photos.named.size();
         const std::vector<std::string> attacks = filesIn(options.attacks);
-        photos_.photos.insert(photos_.photos.end(), attacks.begin(), attacks.end());
+        photos_.photos.named.insert(photos_.photos.named.end(), attacks.begin(), attacks.end());
         if (!options.draw.empty() && !canSave(options.draw))
             throw CommandError(ExitCode::Usage,
                                "--draw " + options.draw + ": the name has to end in " + saveableExtensions());
@@ -137,23 +139,24 @@ public:
 
     ExitCode run() {
         PhotoRun run(photos_);
-        std::size_t seen = 0;
         return run.forEach(
-            [&](const std::string& path) {
-                Class& its = seen++ < liveFiles_ ? live_ : attacks_;
-                run.set("class", &its == &live_ ? "live" : "attack");
-                run.set("liveness", nullptr);
-                Photo photo = run.load(path);
-                const FaceApi::Detection detection = api_.detect(photo);
-                if (detection.faces.empty()) {
-                    ++its.withoutFace;
-                    return;
-                }
-                const Light light = options_.nearInfrared ? Light::NearInfrared : Light::Visible;
-                const int score = judge(api_.handle(), photo, {detection.faces.front()}, light).front().record.liveness;
-                its.scores.push_back(score);
-                run.set("liveness", score);
-            },
+            {[&](PhotoTask& task) {
+                 Class& its = task.index() < liveFiles_ ? live_ : attacks_;
+                 task.set("class", &its == &live_ ? "live" : "attack");
+                 task.set("liveness", nullptr);
+                 Photo photo = task.load();
+                 const FaceApi::Detection detection = task.api().detect(photo);
+                 if (detection.faces.empty()) {
+                     ++its.withoutFace;
+                     return;
+                 }
+                 const Light light = options_.nearInfrared ? Light::NearInfrared : Light::Visible;
+                 const int score =
+                     judge(task.api().handle(), photo, {detection.faces.front()}, light).front().record.liveness;
+                 its.scores.push_back(score);
+                 task.set("liveness", score);
+             },
+             {}},
             {}, [&](Json& document) { conclude(document); });
     }
 
@@ -219,7 +222,7 @@ private:
                      VD_COLOUR_RED);
         picture.text(HistogramPicture::margin + 500, 40,
                      chosen ? "threshold " + std::to_string(chosen->threshold) : "no threshold", VD_COLOUR_BLUE);
-        PhotoFiles(photos_.photos).save(picture.finished(), options_.draw);
+        PhotoFiles(photos_.photos.named).save(picture.finished(), options_.draw);
         if (!options_.json)
             std::cout << "drawn in " << options_.draw << '\n';
     }
@@ -227,7 +230,6 @@ private:
     const CalibrateOptions& options_;
     PhotoOptions photos_;
     std::size_t liveFiles_;
-    FaceApi api_;
     Class live_;
     Class attacks_;
 };

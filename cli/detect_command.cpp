@@ -13,20 +13,19 @@ namespace veldan::cli {
 namespace {
 
 ExitCode detect(const PhotoOptions& options) {
-    PhotoRun photos(options);
-    FaceApi api;
-    return photos.forEach([&](const std::string& path) {
-        Photo photo = photos.load(path);
-        const FaceApi::Detection detection = api.detect(photo);
-        photos.addFaceCount(photo, detection.faces.size(), detection.milliseconds);
-        for (const VDFACEINFOEX& face : detection.faces)
-            photos.addFace(detectionJson(face), detectionText(face));
-        photos.draw([&] {
-            annotate(photo, {detection.faces.begin(), detection.faces.end()});
-            return photo;
-        });
-        PhotoRun::refuseCrowd(detection.faces.size());
-    });
+    return PhotoRun(options).forEach({[](PhotoTask& task) {
+                                          Photo photo = task.load();
+                                          const FaceApi::Detection detection = task.api().detect(photo);
+                                          task.addFaceCount(photo, detection.faces.size(), detection.milliseconds);
+                                          for (const VDFACEINFOEX& face : detection.faces)
+                                              task.addFace(detectionJson(face), detectionText(face));
+                                          task.draw([&] {
+                                              annotate(photo, {detection.faces.begin(), detection.faces.end()});
+                                              return photo;
+                                          });
+                                          PhotoTask::refuseCrowd(detection.faces.size());
+                                      },
+                                      {}});
 }
 
 } // namespace
@@ -46,6 +45,9 @@ void addDetectCommand(CLI::App& app, Action& action) {
         "  veldan detect photo.jpg\n"
         "  veldan detect photo.jpg --draw faces.jpg\n"
         "  veldan detect --draw drawn/ *.jpg\n"
+        "  veldan detect -r holidays/ --jobs auto\n"
+        "  find . -name '*.jpg' -print0 | veldan detect --files-from - -0 --json > faces.json\n"
+        "  curl -s https://example.org/photo.jpg | veldan detect - --draw - > drawn.png\n"
         "  veldan detect *.jpg --json | jq '.photos[] | {photo, faces: (.faces | length)}'\n");
     command->callback([options, &action] { action = [options] { return detect(*options); }; });
 }

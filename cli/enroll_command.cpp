@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <iostream>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -28,7 +29,7 @@ struct EnrollOptions {
     std::vector<std::string> photos;
     int leastQuality = enrolmentQuality;
     bool largest = false;
-    bool json = false;
+    PhotoOptions run; ///< for JSON and jobs
 };
 
 std::string counted(std::size_t count, const std::string& one, const std::string& several) {
@@ -38,8 +39,8 @@ std::string counted(std::size_t count, const std::string& one, const std::string
 class Enrolment {
 public:
     explicit Enrolment(const EnrollOptions& options)
-        : options_(options), list_(enrolmentList(options.name, options.photos)),
-          store_(opened(options.gallery)), photoOptions_{list_.photos, "", options.json}, photos_(photoOptions_) {}
+        : options_(options), list_(enrolmentList(options.name, options.photos)), store_(opened(options.gallery)),
+          photoOptions_(runOptions(options, list_)), photos_(photoOptions_), examined_(list_.photos.size()) {}
 
     ExitCode run() {
         if (!list_.remark.empty())
@@ -47,8 +48,9 @@ public:
         for (const EnrolmentList::Refusal& refusal : list_.refused)
             std::cerr << "veldan: " << printable(refusal.path) << ": not enrolled: " << printable(refusal.reason)
                       << '\n';
-        const ExitCode code = photos_.forEach([this](const std::string& path) { process(path); }, {},
-                                              [this](Json& document) { summarise(document); });
+        const ExitCode code =
+            photos_.forEach({[this](PhotoTask& task) { examine(task); }, [this](PhotoTask& task) { store(task); }}, {},
+                            [this](Json& document) { summarise(document); });
         return code == ExitCode::Success && !list_.refused.empty() ? list_.refused.front().code : code;
     }
 
@@ -62,73 +64,79 @@ private:
         return store;
     }
 
-    void process(const std::string& path) {
-        const std::size_t index = begun_++;
-        photos_.set("person", list_.persons[index]);
-        try {
-            tell(list_.persons[index], path, enrol(index, path));
-        } catch (const FatalError&) {
-            stopped_ = true;
-            --begun_; // running the command again tries it again
-            throw;
-        }
+    static PhotoOptions runOptions(const EnrollOptions& options, const EnrolmentList& list) {
+        PhotoOptions run = options.run;
+        run.photos.named = list.photos;
+        return run;
     }
 
-    GalleryStore::Added enrol(std::size_t index, const std::string& path) {
-        const std::string& person = list_.persons[index];
-        std::vector<unsigned char> bytes = readFile(path);
+    /** Everything that takes long, on the thread of the task. */
+    void examine(PhotoTask& task) {
+        const std::string& person = list_.persons[task.index()];
+        task.set("person", person);
+        std::vector<unsigned char> bytes = task.read();
         const bool isTemplate = isTemplateFile(bytes);
         EnrolledPhoto photo;
-        photo.source = path;
+        photo.source = task.path();
         if (isTemplate)
-            bytes = takeTemplates(bytes, list_.maskTemplates[index], photo);
+            bytes = takeTemplates(task, bytes, list_.maskTemplates[task.index()], photo);
         photo.digest = sha256(bytes);
-        photos_.set("digest", photo.digest);
-        if (store_.holds(person, photo.digest))
-            return GalleryStore::Added::Unchanged;
+        task.set("digest", photo.digest);
+        if (holds(person, photo.digest))
+            return;
         if (!isTemplate)
-            examine(decodePhoto(path, bytes), photo);
+            extract(task, task.decode(bytes), photo);
         photo.date = dateNow();
-        quality_ = photo.quality;
-        // Another process may enrol the same photo meanwhile.
-        const GalleryStore::Added added = store_.add({{person, photo}}).front();
-        if (const std::vector<std::string> others = store_.othersWith(person, photo.digest); !others.empty())
-            remark_ = "the same photo is enrolled as " + others.front() +
-                      (others.size() > 1 ? " and " + std::to_string(others.size() - 1) + " more" : "") + ", too";
-        return added;
+        examined_[task.index()] = std::make_unique<EnrolledPhoto>(std::move(photo));
     }
 
-    void tell(const std::string& person, const std::string& path, GalleryStore::Added added) {
+    bool holds(const std::string& person, const std::string& digest) {
+        const std::lock_guard<std::mutex> lock(storeMutex_);
+        return store_.holds(person, digest);
+    }
+
+    /** One photo after the other, in order. */
+    void store(PhotoTask& task) {
+        const std::string& person = list_.persons[task.index()];
+        const std::unique_ptr<EnrolledPhoto> photo = std::move(examined_[task.index()]);
+        const std::lock_guard<std::mutex> lock(storeMutex_);
+        // Another process, or a photo before this one, may have enrolled the same photo meanwhile.
+        const GalleryStore::Added added =
+            photo == nullptr ? GalleryStore::Added::Unchanged : store_.add({{person, *photo}}).front();
         switch (added) {
         case GalleryStore::Added::New:
             ++enrolled_;
-            photos_.set("result", "enrolled");
-            photos_.tell(person + ": " + path + " enrolled (quality " + std::to_string(quality_) + ")");
+            task.set("result", "enrolled");
+            task.tell(person + ": " + task.path() + " enrolled (quality " + std::to_string(photo->quality) + ")");
             break;
         case GalleryStore::Added::Repaired:
             ++repaired_;
-            photos_.set("result", "repaired");
-            photos_.tell(person + ": " + path + " was enrolled before with a damaged template, which is repaired");
+            task.set("result", "repaired");
+            task.tell(person + ": " + task.path() + " was enrolled before with a damaged template, which is repaired");
             break;
         case GalleryStore::Added::Unchanged:
             ++unchanged_;
-            photos_.set("result", "unchanged");
-            photos_.tell(person + ": " + path + " was enrolled before, nothing changed");
-            break;
+            // The same whether the photo was looked at, beside the one before it, or not.
+            for (const char* key : {"width", "height", "quality"})
+                task.unset(key);
+            task.set("result", "unchanged");
+            task.tell(person + ": " + task.path() + " was enrolled before, nothing changed");
+            return;
         }
-        if (!remark_.empty())
-            photos_.note(std::exchange(remark_, {}));
+        if (const std::vector<std::string> others = store_.othersWith(person, photo->digest); !others.empty())
+            task.note("the same photo is enrolled as " + others.front() +
+                      (others.size() > 1 ? " and " + std::to_string(others.size() - 1) + " more" : "") + ", too");
     }
 
     /** @return the bytes of both files, which the digest is of */
-    std::vector<unsigned char> takeTemplates(std::vector<unsigned char> bytes, const std::string& maskTemplate,
-                                             EnrolledPhoto& photo) {
+    static std::vector<unsigned char> takeTemplates(PhotoTask& task, std::vector<unsigned char> bytes,
+                                                    const std::string& maskTemplate, EnrolledPhoto& photo) {
         const TemplateOfKind first = readTemplate(bytes);
         if (maskTemplate.empty())
             throw refusal(first.kind == Kind::Bare
                               ? "the template of a bare face; one for a mask has to go with it (veldan template --mask)"
                               : "a template for a mask; one of the bare face has to go with it (veldan template)");
-        photos_.set("maskTemplate", maskTemplate);
+        task.set("maskTemplate", maskTemplate);
         const std::vector<unsigned char> others = readFile(maskTemplate);
         photo.bare = first.bytes;
         photo.masked = readTemplate(others).bytes;
@@ -137,24 +145,22 @@ private:
     }
 
     /** Fills in what the face gives. */
-    void examine(Photo picture, EnrolledPhoto& photo) {
-        if (api_ == nullptr)
-            api_ = std::make_unique<FaceApi>(0);
-        const FaceApi::Detection detection = api_->detect(picture);
+    void extract(PhotoTask& task, Photo picture, EnrolledPhoto& photo) const {
+        const FaceApi::Detection detection = task.api().detect(picture);
         if (detection.faces.empty())
             throw refusal("no face was found");
         if (detection.faces.size() > 1 && !options_.largest)
             throw refusal(faceCount(detection.faces.size()) + " in the photo; --largest takes the largest one");
         VDFACEINFOEX face = detection.faces.front();
         const ImageView view = viewOf(picture);
-        Instance& instance = api_->instance();
+        Instance& instance = task.api().instance();
         try {
             instance.judgeMask(view, {&face, 1});
             if (face.maskScore >= maskedFrom)
                 throw refusal("the face wears a mask (" + std::to_string(face.maskScore) +
                               "); a bare face serves both");
             photo.quality = instance.enrolmentQuality(view, face);
-            photos_.set("quality", photo.quality);
+            task.set("quality", photo.quality);
             if (photo.quality < options_.leastQuality)
                 throw refusal("quality " + std::to_string(photo.quality) + ", at least " +
                               std::to_string(options_.leastQuality) + " is wanted");
@@ -166,7 +172,7 @@ private:
     }
 
     void summarise(Json& document) {
-        const std::size_t refused = begun_ - enrolled_ - repaired_ - unchanged_ + list_.refused.size();
+        const std::size_t refused = photos_.done() - enrolled_ - repaired_ - unchanged_ + list_.refused.size();
         document["refusedFolders"] = Json::array();
         for (const EnrolmentList::Refusal& refusal : list_.refused)
             document["refusedFolders"].push_back({{"path", refusal.path}, {"message", refusal.reason}});
@@ -176,9 +182,9 @@ private:
         if (repaired_ > 0)
             text += std::to_string(repaired_) + " repaired, ";
         text += std::to_string(unchanged_) + " enrolled before, " + std::to_string(refused) + " refused; ";
-        if (stopped_) {
-            document["summary"]["left"] = list_.photos.size() - begun_;
-            photos_.tell(text + counted(list_.photos.size() - begun_, "photo", "photos") + " left");
+        if (photos_.stopped()) {
+            document["summary"]["left"] = list_.photos.size() - photos_.done();
+            photos_.tell(text + counted(list_.photos.size() - photos_.done(), "photo", "photos") + " left");
             return;
         }
         std::size_t photos = 0;
@@ -196,11 +202,8 @@ private:
     GalleryStore store_;
     PhotoOptions photoOptions_;
     PhotoRun photos_;
-    std::unique_ptr<FaceApi> api_; // created for the first new photo: starting takes longer than finding nothing to do
-    int quality_ = 0;
-    std::string remark_;
-    bool stopped_ = false;
-    std::size_t begun_ = 0;
+    std::vector<std::unique_ptr<EnrolledPhoto>> examined_; // what is still to be stored
+    std::mutex storeMutex_;
     std::size_t enrolled_ = 0;
     std::size_t repaired_ = 0;
     std::size_t unchanged_ = 0;
@@ -225,7 +228,8 @@ void addEnrollCommand(CLI::App& app, Action& action) {
         ->check(CLI::Range(0, 100))
         ->capture_default_str();
     command->add_flag("--largest", options->largest, "Take the largest face of a photo that shows several");
-    command->add_flag("--json", options->json, "Print one JSON document instead of text");
+    command->add_flag("--json", options->run.json, "Print one JSON document instead of text");
+    addJobOptions(*command, options->run);
     command->footer(
         "A photo must show one bare face. It gives two templates: one to recognise the bare face, one to recognise it\n"
         "with a mask. More photos of a person are better than one. A photo that is enrolled already changes nothing,\n"

@@ -3,6 +3,7 @@
 #include "exit_codes.hpp"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -22,7 +23,8 @@ constexpr mode_t permissions = 07777;
 constexpr int mostLinks = 40;
 
 void writeTo(const fs::path& path, int flags, mode_t mode, const unsigned char* bytes, std::size_t size) {
-    const FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, mode));
+    const FileDescriptor file(path == standardStream ? ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)
+                                                     : ::open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, mode));
     if (file.get() < 0 || !writeAll(file.get(), bytes, size))
         throw CommandError(ExitCode::NotWritten, "cannot be written: " + reasonOf(errno));
 }
@@ -30,7 +32,8 @@ void writeTo(const fs::path& path, int flags, mode_t mode, const unsigned char* 
 } // namespace
 
 std::vector<unsigned char> readFile(const std::string& path) {
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const FileDescriptor file(path == standardStream ? ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                                                     : ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (file.get() < 0) {
         if (errno == ENOENT || errno == ENOTDIR)
             throw CommandError(ExitCode::Missing, "no such file");
@@ -86,6 +89,10 @@ bool writeAll(int fd, const unsigned char* bytes, std::size_t size) {
 }
 
 void writeFile(const fs::path& path, const unsigned char* bytes, std::size_t size, mode_t mode) {
+    if (path == standardStream) {
+        writeTo(path, 0, 0, bytes, size);
+        return;
+    }
     const fs::path target = withLinksFollowed(path);
     struct stat status {};
     const bool exists = ::stat(target.c_str(), &status) == 0;
@@ -93,7 +100,9 @@ void writeFile(const fs::path& path, const unsigned char* bytes, std::size_t siz
         writeTo(target, 0, 0, bytes, size);
         return;
     }
-    const fs::path partial = target.parent_path() / (".veldan-" + std::to_string(::getpid()) + "-partial");
+    static std::atomic<unsigned int> count{0}; // several threads write into the same folder
+    const fs::path partial =
+        target.parent_path() / (".veldan-" + std::to_string(::getpid()) + "-" + std::to_string(count++) + "-partial");
     std::error_code error;
     fs::remove(partial, error); // left behind by a process that was killed
     try {

@@ -10,6 +10,9 @@
 
 namespace veldan::cli {
 
+/** The path that stands for standard input or standard output. */
+inline constexpr const char* standardStream = "-";
+
 /** Closes the file that it owns. A negative descriptor is none. */
 class FileDescriptor {
 public:
@@ -28,8 +31,8 @@ private:
 };
 
 /**
- * All bytes of a file or pipe. Throws CommandError: Missing when there is no such file, Unreadable when it cannot be
- * read or is larger than 1 GiB. The messages do not name the file; the caller knows it.
+ * All bytes of a file or pipe, or of standard input. Throws CommandError: Missing when there is no such file,
+ * Unreadable when it cannot be read or is larger than 1 GiB. The messages do not name the file; the caller knows it.
  */
 std::vector<unsigned char> readFile(const std::string& path);
 
@@ -49,7 +52,8 @@ inline constexpr mode_t forOwner = 0600;     ///< what tells about people's face
 ///@}
 
 /**
- * Writes a file, which appears under its name only once it is complete; a pipe or device is written to as it is. An
+ * Writes a file, which appears under its name only once it is complete; a pipe or device, and standard output, is
+ * written to as it is. An
  * existing file keeps its permissions, and links to it stay links. Throws CommandError (NotWritten), whose message does
  * not name the file.
  * @param mode  permissions of a new file

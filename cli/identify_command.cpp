@@ -146,16 +146,14 @@ public:
         : options_(options), photos_(options.photos), gallery_(opened(options.gallery)) {}
 
     ExitCode run() {
-        return photos_.forEach(
-            [this](const std::string& path) { process(path); }, {},
-            [this](Json& document) {
-                document["gallery"] = {
-                    {"file", options_.gallery}, {"persons", gallery_.names.size()}, {"damaged", gallery_.damaged}};
-                document["thresholds"] = {{"bare", options_.threshold}, {"masked", options_.maskThreshold}};
-                // The same in percent, for programs written when there was nothing else.
-                document["threshold"] = percent(options_.threshold);
-                document["maskThreshold"] = percent(options_.maskThreshold);
-            });
+        return photos_.forEach({[this](PhotoTask& task) { process(task); }, {}}, {}, [this](Json& document) {
+            document["gallery"] = {
+                {"file", options_.gallery}, {"persons", gallery_.names.size()}, {"damaged", gallery_.damaged}};
+            document["thresholds"] = {{"bare", options_.threshold}, {"masked", options_.maskThreshold}};
+            // The same in percent, for programs written when there was nothing else.
+            document["threshold"] = percent(options_.threshold);
+            document["maskThreshold"] = percent(options_.maskThreshold);
+        });
     }
 
 private:
@@ -164,60 +162,60 @@ private:
         return percent == std::floor(percent) ? Json(static_cast<int>(percent)) : Json(percent);
     }
 
-    void process(const std::string& path) {
-        const std::vector<unsigned char> bytes = readFile(path);
+    void process(PhotoTask& task) {
+        const std::vector<unsigned char> bytes = task.read();
         if (isTemplateFile(bytes))
-            processTemplate(path, readTemplate(bytes));
+            processTemplate(task, readTemplate(bytes));
         else
-            processPhoto(photos_.decode(path, bytes));
+            processPhoto(task, task.decode(bytes));
     }
 
-    void processTemplate(const std::string& path, const TemplateOfKind& probe) {
-        const Identity identity = identify(probe.bytes, probe.kind);
+    void processTemplate(PhotoTask& task, const TemplateOfKind& probe) {
+        const Identity identity = identify(task, probe.bytes, probe.kind);
         Json json;
         putIdentity(json, identity);
-        photos_.set("template", kindName(probe.kind));
-        photos_.set("faces", Json::array());
-        photos_.tell(path + ": template of a " + kindName(probe.kind) + " face");
-        addFace(std::move(json), identityText(identity), identity);
+        task.set("template", kindName(probe.kind));
+        task.set("faces", Json::array());
+        task.tell(task.path() + ": template of a " + kindName(probe.kind) + " face");
+        addFace(task, std::move(json), identityText(identity), identity);
     }
 
-    void processPhoto(Photo photo) {
-        const FaceApi::Detection detection = api_.detect(photo);
+    void processPhoto(PhotoTask& task, Photo photo) {
+        const FaceApi::Detection detection = task.api().detect(photo);
         const auto start = std::chrono::steady_clock::now();
         std::vector<IdentifiedFace> faces;
         faces.reserve(detection.faces.size());
-        for (const JudgedFace& face : judge(api_.handle(), photo, detection.faces, Light::Visible)) {
+        for (const JudgedFace& face : judge(task.api().handle(), photo, detection.faces, Light::Visible)) {
             const Kind kind = face.masked ? Kind::Masked : Kind::Bare;
-            faces.push_back({face, identify(templateOf(api_.instance(), photo, face, kind), kind)});
+            faces.push_back({face, identify(task, templateOf(task.api().instance(), photo, face, kind), kind)});
         }
         const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
 
-        photos_.addFaceCount(photo, faces.size(), detection.milliseconds + elapsed.count());
+        task.addFaceCount(photo, faces.size(), detection.milliseconds + elapsed.count());
         for (const IdentifiedFace& face : faces)
-            addFace(identityJson(face), faceIdentityText(face), face.identity);
-        photos_.draw([&] { return drawn(photo, faces); });
-        PhotoRun::refuseCrowd(faces.size());
+            addFace(task, identityJson(face), faceIdentityText(face), face.identity);
+        task.draw([&] { return drawn(photo, faces); });
+        PhotoTask::refuseCrowd(faces.size());
     }
 
-    void addFace(Json json, const std::string& text, const Identity& identity) {
+    void addFace(PhotoTask& task, Json json, const std::string& text, const Identity& identity) {
         if (options_.top > 0)
             putCandidates(json, identity, gallery_);
-        photos_.addFace(std::move(json), text + candidatesText(identity, gallery_));
+        task.addFace(std::move(json), text + candidatesText(identity, gallery_));
     }
 
-    Identity identify(const Template& probe, Kind kind) {
+    Identity identify(PhotoTask& task, const Template& probe, Kind kind) {
         Identity result;
         result.kind = kind;
         const double threshold = kind == Kind::Masked ? options_.maskThreshold : options_.threshold;
         try {
-            const auto [person, similarity] = api_.instance().identify(
+            const auto [person, similarity] = task.api().instance().identify(
                 kind == Kind::Masked ? gallery_.masked : gallery_.bare, probe, static_cast<float>(threshold));
             result.similarity = similarity;
             if (person >= 0)
                 result.name = &gallery_.names[static_cast<std::size_t>(person)];
             if (options_.top > 0)
-                result.candidates = nearestCandidates(api_.instance(), gallery_, probe, kind, options_.top);
+                result.candidates = nearestCandidates(task.api().instance(), gallery_, probe, kind, options_.top);
         } catch (const Error& error) {
             throw CommandError(ExitCode::Library, error.what());
         }
@@ -227,7 +225,6 @@ private:
     const IdentifyOptions& options_;
     PhotoRun photos_;
     SearchableGallery gallery_;
-    FaceApi api_{0};
 };
 
 } // namespace
@@ -261,6 +258,7 @@ void addIdentifyCommand(CLI::App& app, Action& action) {
         "  veldan identify --gallery staff.db visitor.jpg\n"
         "  veldan identify --gallery staff.db visitor.jpg --draw named.jpg\n"
         "  veldan identify --gallery staff.db visitor.jpg --threshold 0.76 --top 5\n"
+        "  veldan identify --gallery staff.db -r party/ --jobs auto\n"
         "  veldan identify --gallery staff.db *.jpg --json | jq '.photos[] | {photo, names: [.faces[]?.name]}'\n");
     command->callback([options, &action] { action = [options] { return Identification(*options).run(); }; });
 }

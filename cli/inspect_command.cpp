@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <string>
 #include <utility>
@@ -79,52 +80,58 @@ Photo drawn(Photo& photo, const std::vector<JudgedFace>& faces) {
 class Inspection {
 public:
     explicit Inspection(const InspectOptions& options)
-        : options_(options), photos_(options.photos), crops_(options.aligned) {}
+        : options_(options), photos_(options.photos), crops_(options.aligned) {
+        if (crops_.wanted())
+            for (const PhotoInput& photo : photos_.photos())
+                stems_.push_back(crops_.nextStem(photo.path));
+    }
 
     ExitCode run() {
-        return photos_.forEach([this](const std::string& path) { process(path); }, {},
-                               [this](Json&) {
-                                   for (const Light light : judged_)
-                                       photos_.tell(worthText(light));
-                               });
+        return photos_.forEach({[this](PhotoTask& task) { process(task); }, {}}, {}, [this](Json&) {
+            for (const Light light : judged_)
+                photos_.tell(worthText(light));
+        });
     }
 
 private:
-    void process(const std::string& path) {
-        Photo photo = photos_.load(path);
+    void process(PhotoTask& task) {
+        Photo photo = task.load();
         const Light light = options_.nearInfrared && isGrey(photo) ? Light::NearInfrared : Light::Visible;
-        const FaceApi::Detection detection = api_.detect(photo);
+        const FaceApi::Detection detection = task.api().detect(photo);
         const auto start = std::chrono::steady_clock::now();
-        const std::vector<JudgedFace> faces = judge(api_.handle(), photo, detection.faces, light);
+        const std::vector<JudgedFace> faces = judge(task.api().handle(), photo, detection.faces, light);
         const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
 
-        photos_.addFaceCount(photo, faces.size(), detection.milliseconds + elapsed.count());
-        if (!faces.empty())
+        task.addFaceCount(photo, faces.size(), detection.milliseconds + elapsed.count());
+        if (!faces.empty()) {
+            const std::lock_guard<std::mutex> lock(judgedMutex_);
             judged_.insert(light);
+        }
         for (const JudgedFace& face : faces) {
             Json json = judgementJson(face);
             json["light"] = lightText(light);
-            photos_.addFace(std::move(json), detectionText(face.record) + "\n      " + judgementText(face, light));
+            task.addFace(std::move(json), detectionText(face.record) + "\n      " + judgementText(face, light));
         }
         if (crops_.wanted())
-            saveCrops(path, photo, faces);
-        photos_.draw([&] { return drawn(photo, faces); });
-        PhotoRun::refuseCrowd(faces.size());
+            saveCrops(task, photo, faces);
+        task.draw([&] { return drawn(photo, faces); });
+        PhotoTask::refuseCrowd(faces.size());
     }
 
-    void saveCrops(const std::string& path, const Photo& photo, const std::vector<JudgedFace>& faces) {
-        crops_.nextPhoto(path);
+    void saveCrops(PhotoTask& task, const Photo& photo, const std::vector<JudgedFace>& faces) const {
+        const std::string& stem = stems_[task.index()];
         for (std::size_t i = 0; i < faces.size(); ++i) {
-            photos_.saveCrop(i, "five", alignedByFive(photo, faces[i].record), crops_.pathFor(i + 1, ""));
+            task.saveCrop(i, "five", alignedByFive(photo, faces[i].record), crops_.pathFor(stem, i + 1, ""));
             if (faces[i].masked)
-                photos_.saveCrop(i, "two", alignedByTwo(photo, faces[i].record), crops_.pathFor(i + 1, "-mask"));
+                task.saveCrop(i, "two", alignedByTwo(photo, faces[i].record), crops_.pathFor(stem, i + 1, "-mask"));
         }
     }
 
     const InspectOptions& options_;
     PhotoRun photos_;
     CropTarget crops_;
-    FaceApi api_;
+    std::vector<std::string> stems_; // of the crops of each photo
+    std::mutex judgedMutex_;
     std::set<Light> judged_;
 };
 
@@ -155,6 +162,7 @@ void addInspectCommand(CLI::App& app, Action& action) {
         "  veldan inspect photo.jpg\n"
         "  veldan inspect photo.jpg --draw judged.jpg\n"
         "  veldan inspect --draw judged/ --aligned crops/ *.jpg\n"
+        "  veldan inspect -r holidays/ --jobs auto --json > judged.json\n"
         "  veldan inspect --nir frame.png\n"
         "  veldan inspect *.jpg --json | jq '.photos[] | {photo, masked: [.faces[]?.masked]}'\n");
     command->callback([options, &action] { action = [options] { return Inspection(*options).run(); }; });

@@ -1,6 +1,7 @@
 #include "arguments.hpp"
 #include "commands.hpp"
 #include "file_bytes.hpp"
+#include "foreign_noise.hpp"
 #include "printable.hpp"
 
 #include <CLI/CLI.hpp>
@@ -82,6 +83,7 @@ ExitCode guarded(const std::vector<std::string>& words) {
 
 int main(int argc, char** argv) {
     std::signal(SIGXFSZ, SIG_IGN); // a limit on the size of files is a failure to report, not one to die of
+    veldan::cli::muteForeignNoise();
     ExitCode code = guarded({argv + 1, argv + std::max(argc, 1)});
     // A full disk or a closed pipe shows only when the text leaves the buffer.
     if (!std::cout.flush()) {

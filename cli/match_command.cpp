@@ -106,40 +106,43 @@ Photo sideBySide(Side& first, Side& second, const std::vector<std::string>& word
 class Matching {
 public:
     explicit Matching(const MatchOptions& options)
-        : options_(options), run_(options.photos), target_(options.draw, 1) {}
+        : options_(options), run_(options.photos), target_(options.draw, false) {
+        if (options.draw == standardStream)
+            throw CommandError(ExitCode::Usage, "--draw: the picture needs a file");
+    }
 
     ExitCode run() {
         const ExitCode code =
-            run_.forEach([this](const std::string& path) { find(path); }, [this](Json& document) { match(document); });
+            run_.forEach({[this](PhotoTask& task) { find(task); }, {}}, [this](Json& document) { match(document); });
         return code == ExitCode::Success && options_.judged && !same_ ? ExitCode::Different : code;
     }
 
 private:
-    void find(const std::string& path) {
-        const std::vector<unsigned char> bytes = readFile(path);
+    void find(PhotoTask& task) {
+        const std::vector<unsigned char> bytes = task.read();
         Side side;
-        side.path = path;
+        side.path = task.path();
         if (isTemplateFile(bytes)) {
             side.given = readTemplate(bytes);
             const char* kind = kindName(side.given->kind);
-            run_.set("template", kind);
-            run_.tell(path + ": template of a " + kind + " face");
+            task.set("template", kind);
+            task.tell(task.path() + ": template of a " + kind + " face");
             sides_.push_back(std::move(side));
             return;
         }
-        side.photo = run_.decode(path, bytes);
+        side.photo = task.decode(bytes);
         const LargestFace largest = largestFace(api_, side.photo);
         side.face = largest.face;
-        run_.addFaceCount(side.photo, largest.of, largest.milliseconds);
+        task.addFaceCount(side.photo, largest.of, largest.milliseconds);
         Json json = detectionJson(side.face.record);
         json["quality"] = side.face.record.quality;
         json["maskScore"] = side.face.record.maskScore;
         json["masked"] = side.face.masked;
         json["largestOf"] = largest.of;
-        run_.addFace(std::move(json), detectionText(side.face.record) + "\n      quality " +
+        task.addFace(std::move(json), detectionText(side.face.record) + "\n      quality " +
                                           std::to_string(side.face.record.quality) + "  " + maskText(side.face));
         if (largest.of > 1)
-            run_.note(faceCount(largest.of) + "; the largest one is compared");
+            task.note(faceCount(largest.of) + "; the largest one is compared");
         sides_.push_back(std::move(side));
     }
 
@@ -225,7 +228,7 @@ private:
             throw CommandError(ExitCode::Usage, "--draw: needs two photos; a template shows nothing");
         const std::filesystem::path path = target_.pathFor(options_.first);
         Photo picture = sideBySide(sides_[0], sides_[1], words);
-        PhotoFiles(options_.photos.photos).save(picture, path);
+        PhotoFiles(options_.photos.photos.named).save(picture, path);
         document["drawn"] = path.string();
         if (!options_.photos.json)
             std::cout << "      drawn in " << printable(path.string()) << '\n';
@@ -279,7 +282,7 @@ void addMatchCommand(CLI::App& app, Action& action) {
     command->callback([options, threshold, &action] {
         options->judged = threshold->count() > 0;
         action = [options] {
-            options->photos.photos = {options->first, options->second};
+            options->photos.photos.named = {options->first, options->second};
             return Matching(*options).run();
         };
     });

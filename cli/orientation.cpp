@@ -39,7 +39,9 @@ void rotate(Photo& photo, int angle) {
     int width = 0;
     int height = 0;
     ImageRotate(photo.pixels.data(), photo.width, photo.height, angle, turned.data(), &width, &height);
-    photo = {width, height, std::move(turned)};
+    photo.width = width;
+    photo.height = height;
+    photo.pixels = std::move(turned);
 }
 
 void mirrorLeftRight(Photo& photo) {

@@ -1,6 +1,7 @@
 #include "output_files.hpp"
 
 #include "exit_codes.hpp"
+#include "file_bytes.hpp"
 
 #include <sys/stat.h>
 #include <system_error>
@@ -20,14 +21,17 @@ void makeFolder(const fs::path& folder, const std::string& option) {
 }
 
 std::string stemOf(const fs::path& photo) {
+    if (photo == standardStream)
+        return "stdin";
     return photo.has_stem() ? photo.stem().string() : "photo";
 }
 
 /** Photos of the same name from different folders must not replace one another. */
-std::string freshStem(const std::string& stem, const std::string& extension, std::set<std::string>& used) {
+std::string freshStem(const std::string& stem, const std::string& extension, UsedNames& used) {
     std::string fresh = stem;
-    for (int number = 2; !used.insert(fresh + extension).second; ++number)
-        fresh = stem + "-" + std::to_string(number);
+    int& number = used.try_emplace(stem + extension, 0).first->second;
+    while (++number > 1 && !used.try_emplace((fresh = stem + "-" + std::to_string(number)) + extension, 1).second) {
+    }
     return fresh;
 }
 
@@ -52,11 +56,16 @@ void PhotoFiles::save(Photo& picture, const fs::path& path) const {
     }
 }
 
-DrawTarget::DrawTarget(const std::string& out, std::size_t photos) : out_(out) {
+DrawTarget::DrawTarget(const std::string& out, bool several) : out_(out) {
     if (out_.empty())
         return;
+    if (out_ == standardStream) {
+        if (several)
+            throw CommandError(ExitCode::Usage, "--draw - takes the picture of one photo only");
+        return;
+    }
     std::error_code error;
-    folder_ = photos > 1 || !out_.has_filename() || fs::is_directory(out_, error);
+    folder_ = several || !out_.has_filename() || fs::is_directory(out_, error);
     if (folder_) {
         makeFolder(out_, "--draw");
     } else if (!canSave(out_)) {
@@ -77,12 +86,12 @@ CropTarget::CropTarget(const std::string& folder) : folder_(folder) {
         makeFolder(folder_, "--aligned");
 }
 
-void CropTarget::nextPhoto(const fs::path& photo) {
-    stem_ = freshStem(stemOf(photo), "", used_);
+std::string CropTarget::nextStem(const fs::path& photo) {
+    return freshStem(stemOf(photo), "", used_);
 }
 
-fs::path CropTarget::pathFor(std::size_t number, const std::string& kind) const {
-    return folder_ / (stem_ + "-face" + std::to_string(number) + kind + ".png");
+fs::path CropTarget::pathFor(const std::string& stem, std::size_t number, const std::string& kind) const {
+    return folder_ / (stem + "-face" + std::to_string(number) + kind + ".png");
 }
 
 } // namespace veldan::cli

@@ -7,6 +7,7 @@
 #include <set>
 #include <string>
 #include <sys/types.h>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -24,15 +25,18 @@ private:
     std::set<std::pair<dev_t, ino_t>> files_;
 };
 
+/** Names of files that are given away, with the number that the last one of that name got; 1: without a number. */
+using UsedNames = std::unordered_map<std::string, int>;
+
 /** Decides which file the drawn picture of each photo goes to. */
 class DrawTarget {
 public:
     /**
-     * @param out     what the user gave to --draw; empty: nothing is drawn
-     * @param photos  how many photos there are: several need a folder
+     * @param out      what the user gave to --draw; empty: nothing is drawn
+     * @param several  there may be several photos, which need a folder
      * Throws CommandError when out cannot serve.
      */
-    DrawTarget(const std::string& out, std::size_t photos);
+    DrawTarget(const std::string& out, bool several);
 
     bool wanted() const { return !out_.empty(); }
 
@@ -42,7 +46,7 @@ public:
 private:
     std::filesystem::path out_;
     bool folder_ = false;
-    std::set<std::string> used_;
+    UsedNames used_;
 };
 
 /** Decides which files the crops of each face go to: PHOTO-face1.png, PHOTO-face1-mask.png. */
@@ -53,16 +57,15 @@ public:
 
     bool wanted() const { return !folder_.empty(); }
 
-    /** Begins the next photo. */
-    void nextPhoto(const std::filesystem::path& photo);
+    /** What the names for the next photo begin with. */
+    std::string nextStem(const std::filesystem::path& photo);
 
     /** The file for a crop of the photo. @param number  the face, from 1 @param kind  end of the name */
-    std::filesystem::path pathFor(std::size_t number, const std::string& kind) const;
+    std::filesystem::path pathFor(const std::string& stem, std::size_t number, const std::string& kind) const;
 
 private:
     std::filesystem::path folder_;
-    std::string stem_;
-    std::set<std::string> used_;
+    UsedNames used_;
 };
 
 } // namespace veldan::cli

@@ -2,40 +2,78 @@
 
 #include "exit_codes.hpp"
 #include "file_bytes.hpp"
+#include "foreign_noise.hpp"
+#include "heif_photo.hpp"
 #include "orientation.hpp"
+#include "picture_format.hpp"
 
-#include <veldan/image_tool.h>
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
 
 #include <algorithm>
 #include <array>
-#include <exception>
-#include <sys/mman.h>
-#include <system_error>
-#include <unistd.h>
 
 namespace veldan::cli {
 
 namespace {
 
-/**
- * A name under which the library can open bytes that nobody else can change. ImageLoad opens its file twice, once to
- * learn the size and once for the pixels, and trusts that the size is still the same; with a file that somebody
- * rewrites meanwhile, or with a pipe, it is not. Where the system offers no such name the path itself has to do.
- */
-class FrozenFile {
-public:
-    FrozenFile(const std::string& path, const std::vector<unsigned char>& bytes)
-        : file_(::memfd_create("photo", MFD_CLOEXEC)), name_("/proc/self/fd/" + std::to_string(file_.get())) {
-        if (!writeAll(file_.get(), bytes.data(), bytes.size()) || ::access(name_.c_str(), R_OK) != 0)
-            name_ = path;
+// What OpenCV refuses, unless its environment variables say otherwise.
+constexpr int mostPixelsASide = 1 << 20;
+constexpr int mostMegapixels = 1073;
+// What its image functions can address.
+constexpr int mostUsefulSide = 32767;
+
+[[noreturn]] void refuse(const std::string& reason) {
+    throw CommandError(ExitCode::Unreadable, reason);
+}
+
+[[noreturn]] void refuseDamaged(const std::vector<unsigned char>& bytes, PictureFormat format) {
+    if (format == PictureFormat::Other)
+        refuse("not a picture in a known format");
+    if (endsTooSoon(bytes, format))
+        refuse(std::string("truncated: the file ends before the ") + nameOf(format) + " picture does");
+    refuse(std::string("a damaged ") + nameOf(format) + " picture, or an unusual one, that cannot be decoded");
+}
+
+constexpr std::array<unsigned char, 2> jpegEnd = {0xff, 0xd9};
+
+bool endsLikeJpeg(const std::vector<unsigned char>& bytes) {
+    return bytes.size() >= jpegEnd.size() && std::equal(jpegEnd.rbegin(), jpegEnd.rend(), bytes.rbegin());
+}
+
+/** OpenCV leaves the rows that a JPEG file in memory lacks as they happen to be; up to an end they turn grey. */
+std::vector<unsigned char> withEnd(std::vector<unsigned char> bytes) {
+    bytes.insert(bytes.end(), jpegEnd.begin(), jpegEnd.end());
+    return bytes;
+}
+
+Photo decodeByOpenCv(const std::vector<unsigned char>& bytes, PictureFormat format) {
+    const NoiseCapture noise;
+    cv::Mat picture;
+    const bool mended = format == PictureFormat::Jpeg && !endsLikeJpeg(bytes);
+    try {
+        if (mended)
+            picture = cv::imdecode(withEnd(bytes), cv::IMREAD_COLOR);
+        else if (!bytes.empty())
+            picture = cv::imdecode(bytes, cv::IMREAD_COLOR);
+    } catch (const cv::Exception& error) {
+        if (error.err.find("CV_IO_MAX_IMAGE") != std::string::npos)
+            refuse("too large: at most " + std::to_string(mostMegapixels) + " megapixels and " +
+                   std::to_string(mostPixelsASide) + " pixels a side are read");
+        refuseDamaged(bytes, format);
     }
-
-    const char* name() const { return name_.c_str(); }
-
-private:
-    FileDescriptor file_;
-    std::string name_;
-};
+    if (picture.empty())
+        refuseDamaged(bytes, format);
+    Photo photo{picture.cols, picture.rows, {}};
+    if (noise.contains("Corrupt JPEG data: premature end") || noise.contains("Corrupt JPEG data: bad Huffman"))
+        photo.flaw = mended ? PhotoFlaw::Truncated : PhotoFlaw::Damaged;
+    requireSize(photo.width, photo.height);
+    const std::size_t row = static_cast<std::size_t>(picture.cols) * 3;
+    photo.pixels.reserve(row * static_cast<std::size_t>(picture.rows));
+    for (int y = 0; y < picture.rows; ++y)
+        photo.pixels.insert(photo.pixels.end(), picture.ptr(y), picture.ptr(y) + row);
+    return photo;
+}
 
 std::string lowerCaseExtension(const std::filesystem::path& path) {
     std::string extension = path.extension().string();
@@ -49,26 +87,36 @@ constexpr std::array<const char*, 7> writableExtensions = {".jpg", ".jpeg", ".pn
 } // namespace
 
 Photo loadPhoto(const std::string& path) {
-    return decodePhoto(path, readFile(path));
+    return decodePhoto(readFile(path));
 }
 
-Photo decodePhoto(const std::string& path, const std::vector<unsigned char>& bytes) {
-    const FrozenFile file(path, bytes);
-    Photo photo;
-    try {
-        if (ImageLoad(file.name(), 0, nullptr, &photo.width, &photo.height) != 1)
-            throw CommandError(ExitCode::Unreadable, "not a picture in a known format");
-        photo.pixels.resize(static_cast<std::size_t>(photo.width) * static_cast<std::size_t>(photo.height) * 3);
-        ImageLoad(file.name(), 0, photo.pixels.data(), &photo.width, &photo.height);
-    } catch (const CommandError&) {
-        throw;
-    } catch (const std::exception& error) {
-        // OpenCV refuses pictures of absurd size by an exception, which the library passes on.
-        throw CommandError(ExitCode::Unreadable, std::string("cannot be decoded: ") + error.what());
+Photo decodePhoto(const std::vector<unsigned char>& bytes) {
+    const PictureFormat format = formatOf(bytes);
+    switch (format) {
+    case PictureFormat::Gif:
+    case PictureFormat::Radiance:
+    case PictureFormat::Dicom:
+        refuse(std::string("a ") + nameOf(format) + " picture; this format is not read");
+    case PictureFormat::Heic:
+    case PictureFormat::Avif: {
+        if (endsTooSoon(bytes, format))
+            refuseDamaged(bytes, format);
+        const NoiseCapture noise;
+        return decodeHeif(bytes);
     }
+    default:
+        break;
+    }
+    Photo photo = decodeByOpenCv(bytes, format);
     if (const int orientation = webpOrientation(bytes); orientation != 1)
         turnUpright(photo, orientation);
     return photo;
+}
+
+void requireSize(int width, int height) {
+    if (width > mostUsefulSide || height > mostUsefulSide)
+        refuse("too large: " + std::to_string(width) + " x " + std::to_string(height) + " pixels, at most " +
+               std::to_string(mostUsefulSide) + " a side are read");
 }
 
 bool canSave(const std::filesystem::path& path) {
@@ -84,27 +132,15 @@ std::string saveableExtensions() {
 }
 
 void savePhoto(Photo& photo, const std::filesystem::path& path) {
-    // ImageSave does not report whether it wrote anything. Under a name of its own the file's presence tells, and a
-    // reader of the final name never meets half a picture.
-    const std::filesystem::path partial =
-        path.parent_path() / (".veldan-" + std::to_string(::getpid()) + "-partial" + path.extension().string());
-    std::error_code error;
-    std::filesystem::remove(partial, error);
+    std::vector<unsigned char> bytes;
     try {
-        ImageSave(partial.c_str(), photo.pixels.data(), photo.width, photo.height, 3);
-    } catch (const std::exception& failure) {
-        std::filesystem::remove(partial, error);
-        throw CommandError(ExitCode::NotWritten, std::string("cannot be written: ") + failure.what());
+        const std::string format = path == standardStream ? ".png" : lowerCaseExtension(path);
+        if (!cv::imencode(format, cv::Mat(photo.height, photo.width, CV_8UC3, photo.pixels.data()), bytes))
+            throw CommandError(ExitCode::NotWritten, "cannot be written: the format does not take such a picture");
+    } catch (const cv::Exception& failure) {
+        throw CommandError(ExitCode::NotWritten, "cannot be written: " + failure.err);
     }
-    if (!std::filesystem::exists(partial, error)) {
-        throw CommandError(ExitCode::NotWritten, "cannot be written: is the folder there, and may you write into it?");
-    }
-    std::filesystem::rename(partial, path, error);
-    if (error) {
-        const std::string reason = error.message();
-        std::filesystem::remove(partial, error);
-        throw CommandError(ExitCode::NotWritten, "cannot be written: " + reason);
-    }
+    writeFile(path, bytes.data(), bytes.size());
 }
 
 } // namespace veldan::cli

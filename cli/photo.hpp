@@ -7,11 +7,15 @@
 
 namespace veldan::cli {
 
+/** What is wrong with a photo that could be decoded all the same, as far as it goes. */
+enum class PhotoFlaw { None, Truncated, Damaged };
+
 /** A colour picture: blue, green, red, rows from top to bottom without padding. */
 struct Photo {
     int width = 0;
     int height = 0;
     std::vector<unsigned char> pixels;
+    PhotoFlaw flaw = PhotoFlaw::None;
 };
 
 /**
@@ -21,8 +25,11 @@ struct Photo {
  */
 Photo loadPhoto(const std::string& path);
 
-/** loadPhoto() for the bytes of a file that is read already. @param path  its name, which tells nothing else */
-Photo decodePhoto(const std::string& path, const std::vector<unsigned char>& bytes);
+/** loadPhoto() for the bytes of a file that is read already. */
+Photo decodePhoto(const std::vector<unsigned char>& bytes);
+
+/** Throws CommandError (Unreadable) for a picture larger than the library can work on. */
+void requireSize(int width, int height);
 
 /** True when savePhoto knows how to write files with this path's extension. */
 bool canSave(const std::filesystem::path& path);
@@ -31,8 +38,8 @@ bool canSave(const std::filesystem::path& path);
 std::string saveableExtensions();
 
 /**
- * Writes the picture; the extension chooses the format. The file appears under its name only once it is complete.
- * Throws CommandError (NotWritten).
+ * Writes the picture; the extension chooses the format, PNG for standard output. The file appears under its name only
+ * once it is complete. Throws CommandError (NotWritten).
  */
 void savePhoto(Photo& photo, const std::filesystem::path& path);
 

@@ -3,12 +3,13 @@
 
 #include "exit_codes.hpp"
 #include "face_text.hpp"
-#include "file_bytes.hpp"
 #include "output_files.hpp"
-#include "photo.hpp"
+#include "photo_inputs.hpp"
+#include "photo_task.hpp"
 #include "progress.hpp"
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,65 +21,65 @@ namespace veldan::cli {
 
 /** The options of every command that looks for faces in photos. */
 struct PhotoOptions {
-    std::vector<std::string> photos;
+    PhotoSources photos;
     std::string draw;
     bool json = false;
+    std::size_t jobs = 1;         ///< photos worked on at the same time
+    std::optional<bool> progress; ///< without a value: when a terminal shows it
 };
 
 /** Adds the options to a command. @param drawHelp  what --draw draws */
 void addPhotoOptions(CLI::App& command, PhotoOptions& options, const std::string& drawHelp);
 
+/** Adds those alone that say how many photos are worked on at a time and whether progress is shown. */
+void addJobOptions(CLI::App& command, PhotoOptions& options);
+
 /**
- * Goes through the photos of a command line and reports on each: text as it comes, or one JSON document at the end.
- * A photo that fails is reported as such, and the ones after it follow all the same.
+ * Goes through the photos of a command line and reports on each: text as it comes, or one JSON document at the end. A
+ * photo that fails is reported as such, and the ones after it follow all the same. Photos may be worked on side by
+ * side; what is printed is the same, in the order of the photos.
  */
 class PhotoRun {
 public:
-    /** @param options  must outlive the object. Throws CommandError when they ask for what cannot be written. */
+    /** @param options  must outlive the object. Throws CommandError when they ask for what cannot be done. */
     explicit PhotoRun(const PhotoOptions& options);
 
+    const std::vector<PhotoInput>& photos() const { return inputs_; }
+
+    /** Photos that were gone through, whatever came of them; not one that a FatalError ended the run at. */
+    std::size_t done() const { return entries_.size() - (stopped_ ? 1 : 0); }
+    /** Whether a FatalError ended the run. */
+    bool stopped() const { return stopped_; }
+
+    /** What is done with a photo. */
+    struct Steps {
+        /** Called on any thread, with an instance of that thread in the task. */
+        std::function<void(PhotoTask& task)> work;
+        /** Called on the calling thread, in the order of the photos, for those where work did not fail. */
+        std::function<void(PhotoTask& task)> finish;
+    };
+
     /**
-     * Calls process for each photo, then, when none failed, conclude, and then summarise in any case; the latter two
-     * may add to the JSON document. The first failure decides the exit code; a FatalError ends it at once and
+     * Takes these steps for each photo, then, when none failed, conclude, and then summarise in any case; the latter
+     * two may add to the JSON document. The first failure decides the exit code; a FatalError ends it at once and
      * decides instead.
      */
-    ExitCode forEach(const std::function<void(const std::string& path)>& process,
-                     const std::function<void(Json& document)>& conclude = {},
+    ExitCode forEach(const Steps& steps, const std::function<void(Json& document)>& conclude = {},
                      const std::function<void(Json& document)>& summarise = {});
 
-    /** @name For process, in this order */
-    ///@{
-    Photo load(const std::string& path) { return decode(path, readFile(path)); }
-    /** load() for a file that is read already. */
-    Photo decode(const std::string& path, const std::vector<unsigned char>& bytes);
-    void addFaceCount(const Photo& photo, std::size_t count, double milliseconds);
-    /** @param text  one line or several */
-    void addFace(Json face, const std::string& text);
-    /** Saves a crop of a face added before and names its file there. @param kind  its key under "aligned" */
-    void saveCrop(std::size_t face, const char* kind, Photo crop, const std::filesystem::path& path);
-    /** Saves the picture that annotated returns, if the user wants one. */
-    void draw(const std::function<Photo()>& annotated);
-    /** Sets a field of the photo's entry. */
-    void set(const char* key, Json value) { entry_[key] = std::move(value); }
-    /** Prints a line at once: what it tells has happened, whatever comes next. */
+    /** For conclude and summarise: prints a line of text, not in JSON. */
     void tell(const std::string& line);
-    /** Says something about the photo that is no failure, on standard error. */
-    void note(const std::string& message);
-    /** Throws CommandError when there are more faces than the library follows. */
-    static void refuseCrowd(std::size_t count);
-    ///@}
 
 private:
-    void say(const std::string& subject, const std::string& message);
-    Json failure(ExitCode code, const std::string& subject, const std::string& message);
-    void attempt(const std::string& subject, Json& result, const std::function<void()>& action);
+    void report(PhotoTask& task);
+    void say(const PhotoTask::Line& line);
+    void attempt(Json& document, const std::function<void(Json& document)>& action);
 
     const PhotoOptions& options_;
+    std::vector<PhotoInput> inputs_;
     PhotoFiles photoFiles_;
     DrawTarget drawTarget_;
     Progress progress_;
-    std::string path_;
-    Json entry_;
     Json entries_ = Json::array();
     ExitCode code_ = ExitCode::Success;
     bool stopped_ = false;

@@ -5,13 +5,16 @@
 
 #include <opencv2/videoio.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
-#include <string>
 
 namespace veldan::cli {
 
-/** A video that is being written. The first picture decides its size; later ones of another size are resized. */
+/**
+ * A video that is being written. The first picture decides its size; later ones of another size are resized. OpenCV
+ * tells nobody when a disk is full, so what it wrote is looked at.
+ */
 class VideoRecord {
 public:
     /** @param path  .avi (Motion JPEG) or .mp4 (MPEG-4). Throws CommandError (Usage) for other names. */
@@ -23,10 +26,12 @@ public:
      */
     void write(Photo& picture, double seconds);
 
-    /** Ends the video. Throws CommandError (NotWritten) when nothing reached the disk. */
+    /** Ends the video. Throws CommandError (NotWritten) unless all of it is on the disk. */
     void close();
 
 private:
+    void requireRoom();
+
     std::filesystem::path path_;
     double framesPerSecond_;
     int fourcc_;
@@ -35,6 +40,7 @@ private:
     int width_ = 0;
     int height_ = 0;
     std::int64_t written_ = 0;
+    std::chrono::steady_clock::time_point looked_;
 };
 
 } // namespace veldan::cli

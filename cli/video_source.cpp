@@ -3,7 +3,6 @@
 #include "exit_codes.hpp"
 
 #include <opencv2/core.hpp>
-#include <opencv2/core/utils/logger.hpp>
 
 #include <algorithm>
 #include <cerrno>
@@ -41,7 +40,6 @@ void requireReadable(const std::string& path) {
 
 // The library's own camera functions are not enough here: they tell neither the end of a video nor its rate.
 VideoSource::VideoSource(const std::string& name) : name_(name), kind_(kindOf(name)) {
-    cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
     if (kind_ == Kind::File)
         requireReadable(name_);
     const long number = kind_ == Kind::Camera ? std::strtol(name_.c_str(), nullptr, 10) : 0;

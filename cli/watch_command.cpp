@@ -4,6 +4,9 @@
 #include "face_text.hpp"
 #include "gallery_store.hpp"
 #include "judge.hpp"
+#include "photo_task.hpp"
+#include "preview_window.hpp"
+#include "printable.hpp"
 #include "similarity_option.hpp"
 #include "stop_signal.hpp"
 #include "thresholds.hpp"
@@ -11,16 +14,15 @@
 #include "video_record.hpp"
 #include "video_source.hpp"
 
-#include <veldan/show_window.hpp>
 #include <veldan/veldan.hpp>
 
 #include <CLI/CLI.hpp>
-#include <opencv2/core.hpp>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <iomanip>
 #include <iostream>
 #include <memory>
@@ -118,13 +120,15 @@ public:
         const bool lost = source_.kind() == VideoSource::Kind::Camera && !stopRequested() && !enough();
         for (const TrackEvent& event : events_.finish())
             report(event);
-        hideWindow();
+        window_.close();
         if (record_)
-            record_->close();
+            record([&] { record_->close(); });
+        if (lost) {
+            failure_ = CommandError(ExitCode::Unreadable, "camera " + options_.source + " sends no more pictures");
+            std::cerr << "veldan: " << failure_->what() << '\n';
+        }
         summarise();
-        if (lost)
-            throw CommandError(ExitCode::Unreadable, "camera " + options_.source + " sends no more pictures");
-        return ExitCode::Success;
+        return failure_ ? failure_->code() : ExitCode::Success;
     }
 
 private:
@@ -138,11 +142,9 @@ private:
             return;
         annotate(frame.picture, marksOf(faces));
         if (record_)
-            record_->write(frame.picture, frame.moment.seconds);
-        if (options_.show) {
-            WinShow(title_.data(), frame.picture.pixels.data(), frame.picture.width, frame.picture.height, 3);
-            shown_ = true;
-        }
+            record([&] { record_->write(frame.picture, frame.moment.seconds); });
+        if (options_.show)
+            window_.show(frame.picture);
     }
 
     const std::vector<VDFACEINFOEX>& search(Photo& picture) {
@@ -213,6 +215,8 @@ private:
                          {"strangers", strangers_.size()}};
             if (record_)
                 json["record"] = options_.record;
+            if (failure_)
+                json["error"] = failureJson(failure_->code(), failure_->what());
             printLine(json);
             return;
         }
@@ -246,13 +250,15 @@ private:
         return marks;
     }
 
-    void hideWindow() {
-        if (!shown_)
-            return;
+    /** What cannot be recorded is told at once and decides the exit code, but does not end watching. */
+    void record(const std::function<void()>& step) {
         try {
-            WinHide(title_.data());
-        } catch (const cv::Exception&) {
-            // The user closed it already.
+            step();
+        } catch (const CommandError& error) {
+            std::cout.flush();
+            std::cerr << "veldan: " << printable(error.what()) << '\n';
+            failure_ = error;
+            record_.reset();
         }
     }
 
@@ -263,8 +269,8 @@ private:
     TrackEvents events_;
     VideoSource source_;
     std::optional<VideoRecord> record_;
-    std::string title_ = "veldan watch";
-    bool shown_ = false;
+    std::optional<CommandError> failure_;
+    PreviewWindow window_{"veldan watch"};
     std::int64_t frames_ = 0;
     Moment last_;
     int people_ = 0;
@@ -303,7 +309,7 @@ void addWatchCommand(CLI::App& app, Action& action) {
     command->footer(
         "Events, one a line: appeared, recognised, stranger, left; a summary at the end. Files are read frame by\n"
         "frame; of cameras and streams the latest frame is taken and older ones are dropped. Ctrl-C ends watching,\n"
-        "with the summary and a complete recording.\n"
+        "with the summary and a complete recording. q or Esc closes the window of --show.\n"
         "\n" +
         std::string(similarityHelp) +
         "Here they are rounded up to whole percent, of which 1 is the least.\n"

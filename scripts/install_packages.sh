@@ -3,7 +3,7 @@
 # Installs the Debian packages that are not there yet: to build; to build and run ./test.sh --quick; to run all of ./test.sh.
 set -eu
 
-build="cmake ninja-build g++ pkg-config libopencv-dev libcli11-dev nlohmann-json3-dev libssl-dev libexif-dev libsqlite3-dev"
+build="cmake ninja-build g++ pkg-config libopencv-dev libcli11-dev nlohmann-json3-dev libssl-dev libexif-dev libheif-dev libsqlite3-dev"
 quick="$build binutils ccache clang-format clang-tidy git imagemagick libbenchmark-dev libfaiss-dev libgmock-dev libgtest-dev libzip-dev python3-pil xauth xvfb"
 test="$quick flake8 python3-numpy python3-opencv python3-protobuf python3-pytest python3-torch"
 case ${1:-} in

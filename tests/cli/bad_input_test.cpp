@@ -71,14 +71,33 @@ INSTANTIATE_TEST_SUITE_P(
     Kinds, BadPhotoAmongGoodOnes,
     testing::Values(
         BadPhoto{"missing", [](const fs::path&) {}, 3, "missing", "no such file"},
-        BadPhoto{"folder", [](const fs::path& path) { fs::create_directory(path); }, 4, "unreadable", "Is a directory"},
+        BadPhoto{"folder", [](const fs::path& path) { fs::create_directory(path); }, 4, "unreadable",
+                 "a folder; -r reads the photos in it"},
         BadPhoto{"empty", text(""), 4, "unreadable", "not a picture"},
         BadPhoto{"text", text("no picture at all\n"), 4, "unreadable", "not a picture"},
-        BadPhoto{"header", text("\x89PNG\r\n\x1a\n"), 4, "unreadable", "not a picture"},
-        BadPhoto{"webp_chunks", text("RIFF\xff\xff\xff\xffWEBPEXIF\xff\xff\xff\xff"), 4, "unreadable", "not a picture"},
+        BadPhoto{"header", text("\x89PNG\r\n\x1a\n"), 4, "unreadable", "truncated: the file ends before the PNG"},
+        BadPhoto{"webp_chunks", text("RIFF\xff\xff\xff\xffWEBPEXIF\xff\xff\xff\xff"), 4, "unreadable", "truncated: "},
+        BadPhoto{"gif", text("GIF89a and so on"), 4, "unreadable", "a GIF picture"},
+        BadPhoto{"heic", text(std::string("\0\0\0\x18", 4) + "ftypheic and so on"), 4, "unreadable", "HEIC"},
+        BadPhoto{"wide", grey(40000, 200), 4, "unreadable", "40000 x 200 pixels, at most 32767"},
         BadPhoto{"narrow", grey(99, 500), 5, "too_small", "99 x 500"},
         BadPhoto{"line", grey(30000, 1), 5, "too_small", "30000 x 1"}),
     [](const auto& info) { return std::string(info.param.name); });
+
+// The upper half is there: it is worked on, with a warning and none of the decoder's own.
+TEST(BadPhotos, ATruncatedOneIsToldAsSuch) {
+    const ScratchFolder folder;
+    const std::string photo = (folder / "half.jpg").string();
+    std::vector<unsigned char> bytes = readBytes(astronaut);
+    bytes.resize(bytes.size() / 2);
+    writeBytes(photo, bytes);
+    const CommandResult result = runVeldan({"detect", "--json", photo});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.errors, "veldan: " + photo + ": truncated; what could be decoded of it is used\n");
+    const auto entry = nlohmann::json::parse(result.output).at("photos").at(0);
+    EXPECT_EQ(entry.at("truncated"), true);
+    EXPECT_EQ(entry.at("faces").size(), 1u);
+}
 
 TEST(BadPhotos, TheFirstProblemDecides) {
     const ScratchFolder folder;

@@ -72,6 +72,20 @@ TEST(Detect, ReadsAPipeAndEveryFormat) {
     expectAstronaut(photos[0]);
 }
 
+// Where the command was built with libheif, and ImageMagick writes the formats.
+TEST(Detect, ReadsPicturesOfPhones) {
+    const ScratchFolder folder;
+    for (const char* name : {"a.heic", "a.avif"}) {
+        const std::string photo = (folder / name).string();
+        if (runProgram("/usr/bin/convert", {bundled("astronaut.jpg"), photo}).exitCode != 0 || !fs::exists(photo))
+            GTEST_SKIP() << "no program writes " << name;
+        const CommandResult result = runVeldan({"detect", "--json", photo});
+        if (result.errors.find("without libheif") != std::string::npos)
+            GTEST_SKIP() << result.errors;
+        expectAstronaut(Json::parse(result.output).at("photos")[0]);
+    }
+}
+
 // The number of faces of 45 pixels and more that people count in the photos, and how many may be missed.
 TEST(Detect, CountsTheFacesOfTheBundledPhotos) {
     const Json photos = detect({bundled("first-bare.webp"), bundled("first-mask.webp"), bundled("second-bare.webp"),
@@ -206,14 +220,62 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(Draw, SaysWhenItCannotWrite) {
     const ScratchFolder folder;
-    const std::string out = (folder / "missing/drawn.png").string();
-    const CommandResult result = runVeldan({"detect", "--json", bundled("astronaut.jpg"), "--draw", out});
-    EXPECT_EQ(result.exitCode, 7);
-    EXPECT_THAT(result.errors, HasSubstr(out));
-    const Json entry = Json::parse(result.output).at("photos")[0];
-    EXPECT_EQ(entry.at("error").at("name"), "not_written");
-    EXPECT_FALSE(entry.contains("drawn"));
-    expectAstronaut(entry); // what was found is not lost
+    fs::create_symlink("/dev/full", folder / "full.png");
+    for (const auto& [name, reason] : {std::pair("missing/drawn.png", "o such file"), {"full.png", "no space left"}}) {
+        const std::string out = (folder / name).string();
+        const CommandResult result = runVeldan({"detect", "--json", bundled("astronaut.jpg"), "--draw", out});
+        EXPECT_EQ(result.exitCode, 7);
+        EXPECT_THAT(result.errors, testing::AllOf(HasSubstr(out), HasSubstr(reason)));
+        const Json entry = Json::parse(result.output).at("photos")[0];
+        EXPECT_EQ(entry.at("error").at("name"), "not_written");
+        EXPECT_FALSE(entry.contains("drawn"));
+        expectAstronaut(entry); // what was found is not lost
+    }
+}
+
+TEST(Draw, GoesToStandardOutputOnRequest) {
+    const ScratchFolder folder;
+    const std::string out = (folder / "out").string();
+    const CommandResult result = runVeldan({"detect", "-", "--draw", "-"}, bundled("astronaut.jpg"), out);
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.errors, HasSubstr("-: 1 face"));
+    EXPECT_EQ(cv::imread(out).size(), cv::imread(bundled("astronaut.jpg")).size());
+    EXPECT_EQ(runVeldan({"detect", "-", "--draw", "-", "--json"}, bundled("astronaut.jpg")).exitCode, 2);
+}
+
+// Photos come from arguments, folders and lists; however many are worked on at a time, what is told is the same.
+TEST(Inputs, AreReadInOrderOnAnyNumberOfThreads) {
+    const ScratchFolder folder;
+    fs::create_directories(folder / "a/b");
+    for (const char* name : {"a/z.jpg", "a/c.JPG", "a/b/x.jpg", "a/.hidden.jpg", "new\nline.jpg"})
+        fs::copy_file(bundled("astronaut.jpg"), folder / name);
+    writeBytes(folder / "a/notes.txt", {'x'});
+    writeBytes(folder / "a/d.png", {'x'});
+    const std::string listed = (folder / "new\nline.jpg").string() + '\0' + bundled("first-bare.webp");
+    writeBytes(folder / "list", {listed.begin(), listed.end()});
+    std::vector<Json> documents;
+    for (const char* jobs : {"1", "3", "auto"}) {
+        const CommandResult result =
+            runVeldan({"inspect", "-r", (folder / "a").string(), bundled("rows.webp"), "--files-from", "-", "-0",
+                       "--json", "--jobs", jobs, "--draw", (folder / "drawn").string()},
+                      (folder / "list").string());
+        EXPECT_EQ(result.exitCode, 4);
+        EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
+        documents.push_back(Json::parse(result.output));
+        for (Json& photo : documents.back().at("photos"))
+            photo.erase("milliseconds");
+        EXPECT_EQ(documents.back(), documents.front());
+    }
+    std::vector<std::string> names;
+    std::vector<std::string> drawn;
+    for (const Json& photo : documents[0].at("photos")) {
+        names.push_back(fs::path(photo.at("photo").get<std::string>()).filename());
+        drawn.push_back(fs::path(photo.value("drawn", "")).filename());
+    }
+    EXPECT_THAT(names, testing::ElementsAre("c.JPG", "d.png", "z.jpg", "x.jpg", "rows.webp", "new\nline.jpg",
+                                            "first-bare.webp"));
+    EXPECT_THAT(drawn,
+                testing::ElementsAre("c.JPG", "", "z.jpg", "x.jpg", "rows.webp", "new\nline.jpg", "first-bare.webp"));
 }
 
 } // namespace

@@ -154,6 +154,23 @@ TEST_F(Watch, RecordsTheFramesWithMarksOnTheFaces) {
     EXPECT_GT(cv::norm(before[25], after[25], cv::NORM_INF), 100);
 }
 
+// A file may not grow beyond 100 blocks of 512 bytes, as if the disk were full then. Events are told all the same.
+TEST_F(Watch, SaysWhenARecordingIsNotComplete) {
+    filmed();
+    for (const char* name : {"record.avi", "record.mp4"}) {
+        const std::string record = (folder / name).string();
+        const CommandResult result =
+            runProgram("/bin/sh", {"-c", "trap '' XFSZ; ulimit -f 100; exec \"$@\"", "sh", VELDAN_COMMAND, "watch",
+                                   "--gallery", gallery, video, "--record", record, "--json"});
+        EXPECT_EQ(result.exitCode, 7);
+        EXPECT_THAT(result.errors, HasSubstr("the recording " + record + " is not complete: the file would become"));
+        const Json summary = linesOf(result.output).back();
+        EXPECT_EQ(summary.at("error").at("name"), "not_written");
+        EXPECT_FALSE(summary.contains("record"));
+        EXPECT_EQ(summary.at("recognised"), Json({"Ann"}));
+    }
+}
+
 TEST_F(Watch, EndsInOrderOnCtrlC) {
     const std::string record = (folder / "record.avi").string();
     const std::string output = (folder / "pipe").string();

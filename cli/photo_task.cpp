@@ -1,0 +1,118 @@
+#include "photo_task.hpp"
+
+#include "file_bytes.hpp"
+#include "printable.hpp"
+
+#include <exception>
+#include <iomanip>
+#include <sstream>
+#include <system_error>
+
+namespace veldan::cli {
+
+FaceApi& PhotoWorker::api() {
+    if (api_ == nullptr) {
+        try {
+            api_ = std::make_unique<FaceApi>(0);
+        } catch (const CommandError& error) {
+            throw NoLibrary{error};
+        }
+    }
+    return *api_;
+}
+
+PhotoTask::PhotoTask(std::size_t index, std::string path, std::filesystem::path drawing, const PhotoOutputs& outputs,
+                     PhotoWorker& worker)
+    : index_(index), path_(std::move(path)), drawing_(std::move(drawing)), outputs_(outputs), worker_(worker),
+      entry_(Json::object({{"photo", path_}})) {}
+
+std::vector<unsigned char> PhotoTask::read() const {
+    std::error_code error;
+    if (std::filesystem::is_directory(path_, error))
+        throw CommandError(ExitCode::Unreadable, "a folder; -r reads the photos in it");
+    return readFile(path_);
+}
+
+Photo PhotoTask::decode(const std::vector<unsigned char>& bytes) {
+    Photo photo = decodePhoto(bytes);
+    entry_["width"] = photo.width;
+    entry_["height"] = photo.height;
+    if (photo.flaw != PhotoFlaw::None) {
+        const char* const flaw = photo.flaw == PhotoFlaw::Truncated ? "truncated" : "damaged";
+        entry_[flaw] = true;
+        note(std::string(flaw) + "; what could be decoded of it is used");
+    }
+    return photo;
+}
+
+void PhotoTask::addFaceCount(const Photo& photo, std::size_t count, double milliseconds) {
+    entry_["milliseconds"] = milliseconds;
+    entry_["faces"] = Json::array();
+    std::ostringstream text;
+    text << printable(path_) << ": " << faceCount(count) << "  (" << photo.width << " x " << photo.height << ", "
+         << std::fixed << std::setprecision(1) << milliseconds << " ms)";
+    addText(text.str());
+}
+
+void PhotoTask::addFace(Json face, const std::string& text) {
+    entry_["faces"].push_back(std::move(face));
+    std::ostringstream number;
+    number << std::setw(4) << entry_["faces"].size() << "  ";
+    addText(number.str() + text);
+}
+
+void PhotoTask::saveCrop(std::size_t face, const char* kind, Photo crop, const std::filesystem::path& path) {
+    outputs_.files.save(crop, path);
+    entry_["faces"][face]["aligned"][kind] = path.string();
+}
+
+void PhotoTask::draw(const std::function<Photo()>& annotated) {
+    if (drawing_.empty())
+        return;
+    Photo picture = annotated();
+    outputs_.files.save(picture, drawing_);
+    entry_["drawn"] = drawing_.string();
+    if (drawing_ != standardStream)
+        tell("      drawn in " + drawing_.string());
+}
+
+void PhotoTask::tell(const std::string& line) {
+    addText(printable(line));
+}
+
+void PhotoTask::addText(const std::string& text) {
+    if (!outputs_.json)
+        lines_.push_back({false, text});
+}
+
+void PhotoTask::refuseCrowd(std::size_t count) {
+    if (count > VELDAN_MAX_FACES)
+        throw CommandError(ExitCode::TooManyFaces, faceCount(count) + ", more than the " +
+                                                       std::to_string(VELDAN_MAX_FACES) + " that the library follows");
+}
+
+void PhotoTask::attempt(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const FatalError& error) {
+        fail(error.code(), error.what());
+        fatal_ = true;
+    } catch (const CommandError& error) {
+        fail(error.code(), error.what());
+    } catch (const std::exception& error) {
+        // Such as OpenCV running out of memory in a huge photo: no reason to lose the others.
+        fail(ExitCode::Internal, std::string("unexpected failure: ") + error.what());
+    }
+}
+
+void PhotoTask::fail(ExitCode code, const std::string& message) {
+    note(message);
+    code_ = code;
+    entry_["error"] = failureJson(code, message);
+}
+
+Json failureJson(ExitCode code, const std::string& message) {
+    return {{"name", exitCodeName(code)}, {"code", static_cast<int>(code)}, {"message", message}};
+}
+
+} // namespace veldan::cli
