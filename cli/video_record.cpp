@@ -75,7 +75,7 @@ std::string obstacle(const std::filesystem::path& path) {
     const std::vector<unsigned char> bytes(std::size_t{1} << 16);
     if (error || file.get() < 0)
         return "it is not there any more";
-    const std::string reason = writeAll(file.get(), bytes.data(), bytes.size()) ? "" : reasonOf(errno);
+    std::string reason = writeAll(file.get(), bytes.data(), bytes.size()) ? "" : reasonOf(errno);
     std::filesystem::resize_file(path, length, error);
     return reason;
 }
