@@ -30,7 +30,7 @@ def main():
     parser.add_argument("network", choices=list(TRAINERS))
     parser.add_argument("--data", required=True, help="folder with photos/ and faces/")
     parser.add_argument("--more", help="folder with further packs, PACK/ and PACK.csv: everyday photos with PACK.labels.csv for the FaceDetect "
-                                         "networks, attack_* for LiveDetect_RGB")
+                                       "networks, attack_* for LiveDetect_RGB")
     parser.add_argument("--work", default="training/work", help="folder for checkpoints (default: %(default)s)")
     parser.add_argument("--steps", type=int, help="length of the schedule (default: the network's own)")
     parser.add_argument("--rate", type=float, help="highest learning rate (default: the network's own)")

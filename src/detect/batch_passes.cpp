@@ -20,13 +20,13 @@ void SteadyNetwork::run(const cv::Mat& blob, const std::vector<cv::String>& outp
     net.forward(outputs, outputNames);
 }
 
-void BatchPasses::load(std::vector<cv::dnn::Net> copies, std::vector<int> fixedSizes, int side,
+void BatchPasses::load(const std::vector<cv::dnn::Net>& copies, std::vector<int> fixedSizes, int side,
                        std::vector<cv::String> outputNames) {
     CV_Assert(copies.size() == fixedSizes.size() + 1);
     std::vector<SteadyNetwork> loaded(copies.size());
     for (std::size_t i = 0; i < copies.size(); ++i) {
         const int shape[] = {i == 0 ? threadCount() : fixedSizes[i - 1], 3, side, side};
-        loaded[i].net = std::move(copies[i]);
+        loaded[i].net = copies[i]; // a Net is a reference
         loaded[i].run(cv::Mat::zeros(4, shape, CV_32F), outputNames);
     }
     networks = std::move(loaded);

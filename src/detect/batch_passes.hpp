@@ -31,7 +31,7 @@ public:
     // The first copy takes passes of a crop for each thread and whatever else is asked of it, the others passes of
     // fixedSizes, the largest size first. Each is run once, on crops of side x side pixels, so that its memory is there
     // before the first frame. What OpenCV throws comes through; the object then is as it was.
-    void load(std::vector<cv::dnn::Net> copies, std::vector<int> fixedSizes, int side,
+    void load(const std::vector<cv::dnn::Net>& copies, std::vector<int> fixedSizes, int side,
               std::vector<cv::String> outputNames);
 
     // Size of the next pass when so many crops of the batch remain. A larger size than that leaves the last rows over.

@@ -101,13 +101,12 @@ int loadPasses(const std::vector<unsigned char>& bytes, const veldan::NetworkFor
         error = veldan::readTensorflowNet(bytes, copies[i]);
     if (error != VD_OK)
         return error;
-    const cv::dnn::Net first = copies[0];
     try {
-        passes.load(std::move(copies), fixedSizes, form.size.width, outputNames);
+        passes.load(copies, fixedSizes, form.size.width, outputNames);
     } catch (const cv::Exception&) {
         return VD_ERR_NETWORK; // a network, but not one for batches of crops
     }
-    net = first;
+    net = copies[0];
     return VD_OK;
 }
 
@@ -284,7 +283,7 @@ std::vector<FaceInfo> MTCNN::NextStage(const cv::Mat& img, std::vector<FaceInfo>
             const auto* regression = (*outputs)[1].ptr<float>(row);
             if (!(threshold <= score) || !areFinite(regression, 4))
                 continue;
-            const FaceInfo& box = *cropped[static_cast<std::size_t>(begin + row)];
+            const FaceInfo& box = *cropped[static_cast<std::size_t>(begin) + static_cast<std::size_t>(row)];
             FaceInfo survivor{};
             survivor.x1 = box.x1;
             survivor.y1 = box.y1;
