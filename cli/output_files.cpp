@@ -28,9 +28,13 @@ std::string stemOf(const fs::path& photo) {
 
 /** Photos of the same name from different folders must not replace one another. */
 std::string freshStem(const std::string& stem, const std::string& extension, UsedNames& used) {
-    std::string fresh = stem;
     int& number = used.try_emplace(stem + extension, 0).first->second;
-    while (++number > 1 && !used.try_emplace((fresh = stem + "-" + std::to_string(number)) + extension, 1).second) {
+    std::string fresh = stem;
+    while (++number > 1) {
+        fresh = stem;
+        fresh.append("-").append(std::to_string(number));
+        if (used.try_emplace(fresh + extension, 1).second)
+            break;
     }
     return fresh;
 }
