@@ -10,7 +10,8 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include <cstring>
+#include <algorithm>
+#include <iterator>
 #include <vector>
 
 namespace {
@@ -54,7 +55,9 @@ protected:
             for (int i = 0; i < count; ++i) {
                 const FaceInfo& face = found[static_cast<std::size_t>(i)];
                 ASSERT_EQ(face.score, expected[0].at<float>(i, 1)) << i;
-                ASSERT_EQ(std::memcmp(face.regression, expected[1].ptr(i), sizeof(face.regression)), 0) << i;
+                ASSERT_TRUE(
+                    std::equal(std::begin(face.regression), std::end(face.regression), expected[1].ptr<float>(i)))
+                    << i;
                 if (stage == 2)
                     continue;
                 const auto& box = boxes[static_cast<std::size_t>(i)];
