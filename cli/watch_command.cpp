@@ -37,8 +37,6 @@ namespace veldan::cli {
 
 namespace {
 
-// Frames of a video are worse than photos, and one that is passed over is made up for by the next.
-constexpr int trackedQuality = 30;
 constexpr int usualGrace = 25;
 
 struct WatchOptions {
@@ -48,7 +46,7 @@ struct WatchOptions {
     std::int64_t frames = 0;
     double threshold = recognitionThreshold;
     double maskThreshold = maskedRecognitionThreshold;
-    int quality = trackedQuality;
+    int quality = VELDAN_TRACKED_QUALITY;
     bool liveness = false;
     int grace = usualGrace;
     bool json = false;
