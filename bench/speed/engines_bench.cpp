@@ -1,6 +1,6 @@
 // What the engines take for one face, and where alignment spends its time.
 
-#include "align/similarity.hpp"
+#include "align/similarity_transform.hpp"
 #include "frames.hpp"
 #include "options.hpp"
 

@@ -1,9 +1,9 @@
 // What the recognizers take for one face of a frame, how much of it the forward pass is, and a MobileFaceNet beside
 // them.
 
+#include "engine/network_loader.hpp"
 #include "frames.hpp"
 #include "mobilefacenet.hpp"
-#include "models/network_loader.hpp"
 #include "options.hpp"
 
 #include <veldan/align.h>

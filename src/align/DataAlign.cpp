@@ -1,4 +1,4 @@
-#include "align/similarity.hpp"
+#include "align/similarity_transform.hpp"
 
 #include <veldan/align.h>
 

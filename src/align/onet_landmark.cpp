@@ -1,7 +1,7 @@
-#include "models/data_size.hpp"
-#include "models/evaluation.hpp"
-#include "models/network_loader.hpp"
-#include "models/truncation.hpp"
+#include "engine/data_size.hpp"
+#include "engine/evaluation.hpp"
+#include "engine/network_loader.hpp"
+#include "engine/rounding.hpp"
 
 #include <veldan/model_store.hpp>
 #include <veldan/onet_landmark.hpp>

@@ -1,8 +1,8 @@
 #include "align/square_crop.hpp"
-#include "models/data_size.hpp"
-#include "models/evaluation.hpp"
-#include "models/network_loader.hpp"
-#include "models/truncation.hpp"
+#include "engine/data_size.hpp"
+#include "engine/evaluation.hpp"
+#include "engine/network_loader.hpp"
+#include "engine/rounding.hpp"
 
 #include <veldan/face_landmark.hpp>
 #include <veldan/model_store.hpp>

@@ -1,4 +1,4 @@
-#include "models/evaluation.hpp"
+#include "engine/evaluation.hpp"
 
 #include <veldan/face_landmark.hpp>
 #include <veldan/face_mask.hpp>

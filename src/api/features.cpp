@@ -1,5 +1,5 @@
 #include "api/search_history.hpp"
-#include "models/truncation.hpp"
+#include "engine/rounding.hpp"
 #include "recog/gallery_search.hpp"
 #include "recog/similarity.hpp"
 

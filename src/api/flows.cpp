@@ -1,7 +1,7 @@
 // The combined flows: quality and mask gating, extraction and search over the faces of a frame in one call.
 
 #include "api/instance_handle.hpp"
-#include "models/truncation.hpp"
+#include "engine/rounding.hpp"
 #include "recog/gallery_search.hpp"
 
 #include <veldan/face_api.h>

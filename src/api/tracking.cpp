@@ -1,4 +1,4 @@
-#include "models/truncation.hpp"
+#include "engine/rounding.hpp"
 
 #include <veldan/face_quality.hpp>
 #include <veldan/instance.hpp>

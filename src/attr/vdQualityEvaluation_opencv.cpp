@@ -1,8 +1,8 @@
 #include "attr/clip.hpp"
-#include "models/data_size.hpp"
-#include "models/evaluation.hpp"
-#include "models/network_loader.hpp"
-#include "models/truncation.hpp"
+#include "engine/data_size.hpp"
+#include "engine/evaluation.hpp"
+#include "engine/network_loader.hpp"
+#include "engine/rounding.hpp"
 
 #include <veldan/model_store.hpp>
 #include <veldan/quality_evaluation.hpp>

@@ -1,8 +1,8 @@
 #include "detect/pyramid.hpp"
 #include "detect/workspace.hpp"
-#include "models/data_size.hpp"
-#include "models/network_loader.hpp"
-#include "models/truncation.hpp"
+#include "engine/data_size.hpp"
+#include "engine/network_loader.hpp"
+#include "engine/rounding.hpp"
 
 #include <veldan/model_store.hpp>
 #include <veldan/mtcnn.hpp>

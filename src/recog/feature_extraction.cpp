@@ -1,6 +1,6 @@
 #include "recog/feature_extraction.hpp"
 
-#include "models/evaluation.hpp"
+#include "engine/evaluation.hpp"
 
 #include <algorithm>
 

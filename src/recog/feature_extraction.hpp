@@ -1,7 +1,7 @@
 #ifndef VELDAN_RECOG_FEATURE_EXTRACTION_HPP
 #define VELDAN_RECOG_FEATURE_EXTRACTION_HPP
 
-#include "models/network_loader.hpp"
+#include "engine/network_loader.hpp"
 #include "recog/template_layout.hpp"
 
 #include <veldan/face_record.h>

@@ -1,4 +1,4 @@
-#include "models/truncation.hpp"
+#include "engine/rounding.hpp"
 #include "recog/gallery_search.hpp"
 #include "recog/similarity.hpp"
 #include "recog/template_layout.hpp"

@@ -1,6 +1,6 @@
 #include "recog/gallery_search.hpp"
 
-#include "models/truncation.hpp"
+#include "engine/rounding.hpp"
 #include "recog/gallery_kernels.hpp"
 #include "recog/similarity.hpp"
 #include "recog/template_layout.hpp"

@@ -1,6 +1,6 @@
-#include "models/data_size.hpp"
-#include "models/evaluation.hpp"
-#include "models/network_loader.hpp"
+#include "engine/data_size.hpp"
+#include "engine/evaluation.hpp"
+#include "engine/network_loader.hpp"
 #include "recog/feature_extraction.hpp"
 #include "recog/similarity.hpp"
 

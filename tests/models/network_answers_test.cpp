@@ -1,7 +1,7 @@
 // Every network, run in the library's reader, answers what the trainer's own forward pass answered when the network was
 // written. The input is made here from a formula, so only the answers are stored.
 
-#include "models/network_loader.hpp"
+#include "engine/network_loader.hpp"
 
 #include <veldan/model_store.hpp>
 

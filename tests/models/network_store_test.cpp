@@ -1,4 +1,4 @@
-#include "models/network_loader.hpp"
+#include "engine/network_loader.hpp"
 #include "models/network_store.hpp"
 #include "support/networks.hpp"
 

@@ -1,6 +1,6 @@
 // The search of a gallery: known answers, and every kernel of this processor against the plain form of the search.
 
-#include "models/truncation.hpp"
+#include "engine/rounding.hpp"
 #include "recog/gallery_kernels.hpp"
 #include "recog/gallery_search.hpp"
 #include "recog/similarity.hpp"

@@ -1,7 +1,7 @@
 #ifndef VELDAN_TESTS_SUPPORT_ENGINES_HPP
 #define VELDAN_TESTS_SUPPORT_ENGINES_HPP
 
-#include "models/network_loader.hpp"
+#include "engine/network_loader.hpp"
 #include "support/graph_writer.hpp"
 
 #include <veldan/face_landmark.hpp>

@@ -1,4 +1,4 @@
-#include "models/network_loader.hpp"
+#include "engine/network_loader.hpp"
 
 #include <veldan/result_codes.h>
 

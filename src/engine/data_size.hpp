@@ -1,5 +1,5 @@
-#ifndef VELDAN_MODELS_DATA_SIZE_HPP
-#define VELDAN_MODELS_DATA_SIZE_HPP
+#ifndef VELDAN_ENGINE_DATA_SIZE_HPP
+#define VELDAN_ENGINE_DATA_SIZE_HPP
 
 #include <cstdio>
 #include <limits>

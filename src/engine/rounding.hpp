@@ -1,5 +1,5 @@
-#ifndef VELDAN_MODELS_TRUNCATION_HPP
-#define VELDAN_MODELS_TRUNCATION_HPP
+#ifndef VELDAN_ENGINE_ROUNDING_HPP
+#define VELDAN_ENGINE_ROUNDING_HPP
 
 #include <cmath>
 #include <limits>
