@@ -1,4 +1,5 @@
 #include "align/similarity_transform.hpp"
+#include "tool/image_buffer.hpp"
 
 #include <veldan/align.h>
 
@@ -28,8 +29,8 @@ int align(const unsigned char* image, int width, int height, unsigned char* alig
     const cv::Matx23d forward = veldan::fitSimilarity(from, places);
 
     // OpenCV takes no pointer to const; the source is only read.
-    const cv::Mat source(height, width, CV_8UC3, const_cast<unsigned char*>(image));
-    cv::Mat crop(alignedHeight, alignedWidth, CV_8UC3, aligned);
+    const cv::Mat source = veldan::wrapImage(const_cast<unsigned char*>(image), width, height, 3);
+    cv::Mat crop = veldan::wrapImage(aligned, alignedWidth, alignedHeight, 3);
     cv::warpAffine(source, crop, forward, crop.size(), cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
     return 0;
 }

@@ -34,16 +34,9 @@ int OnetLandmark::mOnetInitAlg(char* /*path*/) {
 }
 
 int OnetLandmark::mOnetLandmark(unsigned char* image, int width, int height, int faceNum, VDFACEINFOEX* faces) {
-    if (faceNum <= 0)
-        return VD_OK;
-    if (!veldan::canEvaluate(net, image, width, height, faces))
-        return veldan::evaluationRefused;
-
-    const cv::Mat frame = veldan::wrapImage(image, width, height);
     cv::Mat crop;
     std::vector<cv::Mat> outputs;
-    for (int i = 0; i < faceNum; ++i) {
-        VDFACEINFOEX& face = faces[i];
+    const auto refine = [&](const cv::Mat& frame, VDFACEINFOEX& face) {
         const auto left = static_cast<float>(face.x);
         const auto top = static_cast<float>(face.y);
         const float w = static_cast<float>(face.width) + 1;
@@ -83,8 +76,8 @@ int OnetLandmark::mOnetLandmark(unsigned char* image, int width, int height, int
             face.keyPointX[k] = truncate(landmark[2 * k] * bw + x1);
             face.keyPointY[k] = truncate(landmark[2 * k + 1] * bh + y1);
         }
-    }
-    return VD_OK;
+    };
+    return veldan::evaluateFaces(net, image, width, height, faceNum, faces, refine);
 }
 
 int OnetLandmark::mOnetFreeAlg() {

@@ -33,16 +33,9 @@ int vdFaceLandmark::landmarkInitAlg(char* /*path*/) {
 }
 
 int vdFaceLandmark::landmarkEvaluation(unsigned char* image, int width, int height, int faceNum, VDFACEINFOEX* faces) {
-    if (faceNum <= 0)
-        return VD_OK;
-    if (!veldan::canEvaluate(net, image, width, height, faces))
-        return veldan::evaluationRefused;
-
-    const cv::Mat frame = veldan::wrapImage(image, width, height);
     cv::Mat crop;
     cv::Rect rect;
-    for (int i = 0; i < faceNum; ++i) {
-        VDFACEINFOEX& face = faces[i];
+    const auto findPoints = [&](const cv::Mat& frame, VDFACEINFOEX& face) {
         get_crop_landmark(frame, face.x, face.y, face.width, face.height, inputSide, crop, rect);
         net.setInput(veldan::inputBlob(crop), "input_image", 1.0, cv::Scalar());
         const cv::Mat output = net.forward("landmark_fc/MatMul");
@@ -56,8 +49,8 @@ int vdFaceLandmark::landmarkEvaluation(unsigned char* image, int width, int heig
             face.keyPointX[firstPoint + k] = veldan::truncate(left + point[2 * k] * w);
             face.keyPointY[firstPoint + k] = veldan::truncate(top + point[2 * k + 1] * h);
         }
-    }
-    return VD_OK;
+    };
+    return veldan::evaluateFaces(net, image, width, height, faceNum, faces, findPoints);
 }
 
 int vdFaceLandmark::landmarkFreeAlg() {

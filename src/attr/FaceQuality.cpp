@@ -1,4 +1,5 @@
 #include "attr/clip.hpp"
+#include "tool/image_buffer.hpp"
 
 #include <veldan/face_quality.hpp>
 
@@ -31,7 +32,7 @@ FaceQuality::~FaceQuality() {}
 int FaceQuality::Face_blurRGB(unsigned char* image, int width, int height, VDFACEINFOEX face) {
     if (image == nullptr || width <= 0 || height <= 0)
         return 0;
-    const cv::Mat frame(height, width, CV_8UC3, image);
+    const cv::Mat frame = veldan::wrapImage(image, width, height, 3);
     const cv::Rect region = veldan::clip(face.x, face.y, face.width, face.height, frame.size());
     // Nothing to see is not sharp; the verdict needs no exception for that.
     if (region.empty())

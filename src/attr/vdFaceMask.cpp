@@ -30,20 +30,14 @@ int vdFaceMask::maskInitAlg(char* /*path*/) {
 }
 
 int vdFaceMask::maskEvaluation(unsigned char* image, int width, int height, int faceNum, VDFACEINFOEX* faces) {
-    if (faceNum <= 0)
-        return VD_OK;
-    if (!veldan::canEvaluate(net, image, width, height, faces))
-        return veldan::evaluationRefused;
-
-    const cv::Mat frame = veldan::wrapImage(image, width, height);
     cv::Mat crop;
-    for (int i = 0; i < faceNum; ++i) {
-        get_crop(frame, faces[i].x, faces[i].y, faces[i].width, faces[i].height, inputSide, crop);
+    const auto score = [&](const cv::Mat& frame, VDFACEINFOEX& face) {
+        get_crop(frame, face.x, face.y, face.width, face.height, inputSide, crop);
         net.setInput(veldan::inputBlob(crop), "input_image", 1.0, cv::Scalar());
         const cv::Mat output = net.forward("Softmax");
-        faces[i].maskScore = veldan::percent(veldan::outputValues(output, 2)[maskedClass]);
-    }
-    return VD_OK;
+        face.maskScore = veldan::percent(veldan::outputValues(output, 2)[maskedClass]);
+    };
+    return veldan::evaluateFaces(net, image, width, height, faceNum, faces, score);
 }
 
 int vdFaceMask::maskFreeAlg() {

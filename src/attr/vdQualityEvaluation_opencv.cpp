@@ -29,14 +29,7 @@ int QUALITYEVALUATION::mqInitAlg(char* /*path*/) {
 
 int QUALITYEVALUATION::mqQualityEvaluation(unsigned char* image, int width, int height, int faceCount,
                                            VDFACEINFOEX* faces) {
-    if (faceCount <= 0)
-        return VD_OK;
-    if (!veldan::canEvaluate(net, image, width, height, faces))
-        return veldan::evaluationRefused;
-
-    const cv::Mat frame = veldan::wrapImage(image, width, height);
-    for (int i = 0; i < faceCount; ++i) {
-        VDFACEINFOEX& face = faces[i];
+    const auto score = [&](const cv::Mat& frame, VDFACEINFOEX& face) {
         // The definition is one of 32-bit integers; wider ones give the same wherever those do not overflow.
         const std::int64_t side = std::max(face.width, face.height);
         const std::int64_t left = face.x + (face.width - side) / 2;
@@ -49,8 +42,8 @@ int QUALITYEVALUATION::mqQualityEvaluation(unsigned char* image, int width, int 
         net.setInput(veldan::inputBlob(crop, cv::Size(inputSide, inputSide)), "input_image", 1.0, cv::Scalar());
         const cv::Mat output = net.forward("softmax/Softmax");
         face.quality = veldan::percent(veldan::outputValues(output, 2)[goodClass]);
-    }
-    return VD_OK;
+    };
+    return veldan::evaluateFaces(net, image, width, height, faceCount, faces, score);
 }
 
 int QUALITYEVALUATION::mqFreeAlg() {

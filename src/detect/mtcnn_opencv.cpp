@@ -3,6 +3,7 @@
 #include "engine/data_size.hpp"
 #include "engine/network_loader.hpp"
 #include "engine/rounding.hpp"
+#include "tool/image_buffer.hpp"
 
 #include <veldan/model_store.hpp>
 #include <veldan/mtcnn.hpp>
@@ -161,7 +162,7 @@ int MTCNN::mtcnnFaceDetect(unsigned char* image, int width, int height, int* fac
     const float thresholds[3] = {0.6F, 0.6F, 0.7F};
     // Both sides must exceed 640 x 480 for the larger least face: a wide but low image keeps the smaller one.
     const int minSize = width >= 641 && height >= 481 ? 70 : 45;
-    const cv::Mat img(height, width, CV_8UC3, image);
+    const cv::Mat img = veldan::wrapImage(image, width, height, 3);
     std::vector<FaceInfo> found = Detect_mtcnn(img, minSize, thresholds, 0.7937F, 3);
     if (found.empty())
         return -1;

@@ -1,10 +1,15 @@
 #ifndef VELDAN_ENGINE_EVALUATION_HPP
 #define VELDAN_ENGINE_EVALUATION_HPP
 
+#include "tool/image_buffer.hpp"
+
 #include <veldan/face_record.h>
+#include <veldan/result_codes.h>
 
 #include <opencv2/core.hpp>
 #include <opencv2/dnn.hpp>
+
+#include <cstddef>
 
 namespace veldan {
 
@@ -19,14 +24,25 @@ inline bool canEvaluate(const cv::dnn::Net& net, const unsigned char* image, int
     return !net.empty() && image != nullptr && width > 0 && height > 0 && faces != nullptr;
 }
 
-// The caller's pixels as a matrix, without copying. OpenCV takes no pointer to const; nothing here writes to them.
-inline cv::Mat wrapImage(unsigned char* image, int width, int height) {
-    return {height, width, CV_8UC3, image};
+// Calls evaluate(frame, face) for each face, the frame being the caller's pixels. Returns 0, also when there are no
+// faces, or evaluationRefused with nothing called.
+template <class Evaluate>
+int evaluateFaces(const cv::dnn::Net& net, unsigned char* image, int width, int height, int faceNum,
+                  VDFACEINFOEX* faces, const Evaluate& evaluate) {
+    if (faceNum <= 0)
+        return VD_OK;
+    if (!canEvaluate(net, image, width, height, faces))
+        return evaluationRefused;
+    const cv::Mat frame = wrapImage(image, width, height, 3);
+    for (int i = 0; i < faceNum; ++i)
+        evaluate(frame, faces[i]);
+    return VD_OK;
 }
 
-// A network's input, resized unless size is empty: (sample - 127.5) / 128, channels in the image's order.
-inline cv::Mat inputBlob(const cv::Mat& image, cv::Size size = {}) {
-    return cv::dnn::blobFromImage(image, 0.0078125, size, cv::Scalar(127.5, 127.5, 127.5), false, false, CV_32F);
+// A network's input, resized unless size is empty: (sample - 127.5) / 128, channels in the image's order unless red and
+// blue are to be swapped.
+inline cv::Mat inputBlob(const cv::Mat& image, cv::Size size = {}, bool swapRedBlue = false) {
+    return cv::dnn::blobFromImage(image, 0.0078125, size, cv::Scalar(127.5, 127.5, 127.5), swapRedBlue, false, CV_32F);
 }
 
 // The first values of a network's output, at least count of them.

@@ -1,9 +1,8 @@
+#include "align/face_alignment.hpp"
 #include "engine/data_size.hpp"
-#include "engine/evaluation.hpp"
 #include "engine/network_loader.hpp"
 #include "recog/feature_extraction.hpp"
 
-#include <veldan/align.h>
 #include <veldan/mask_recognizer.hpp>
 #include <veldan/model_store.hpp>
 #include <veldan/result_codes.h>
@@ -38,19 +37,12 @@ int MASKMOBILEFACENET::maskfFeatureSize() {
 
 int MASKMOBILEFACENET::maskfFeatureExtract(bool fivePoints, unsigned char* image, int width, int height, int faceNum,
                                            VDFACEINFOEX* faces, float* feature) {
-    if (faceNum <= 0)
-        return VD_OK;
-    if (!veldan::canEvaluate(net, image, width, height, faces) || feature == nullptr)
-        return veldan::evaluationRefused;
-    const auto align = [&](const VDFACEINFOEX& face, cv::Mat& crop) {
-        const int error = fivePoints ? alignface_pinv(image, width, height, crop.data, crop.cols, crop.rows,
-                                                      veldan::AlignmentPoints<5>(face, 0).values)
-                                     : alignface_mask(image, width, height, crop.data, crop.cols, crop.rows,
-                                                      veldan::AlignmentPoints<2>(face, 5).values);
+    const auto align = [fivePoints](const cv::Mat& frame, const VDFACEINFOEX& face, cv::Mat& crop) {
+        const int error = (fivePoints ? veldan::alignByFive : veldan::alignByTwo)(frame, face, crop);
         crop.rowRange(firstPaintedRow, crop.rows).setTo(cv::Scalar::all(paint));
         return error;
     };
-    return veldan::extractFeatures(net, outputLayer, align, faceNum, faces, feature);
+    return veldan::extractFeatures(net, outputLayer, align, image, width, height, faceNum, faces, feature);
 }
 
 int MASKMOBILEFACENET::vdGetDataSize(char* path) {

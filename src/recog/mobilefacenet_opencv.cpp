@@ -1,10 +1,9 @@
+#include "align/face_alignment.hpp"
 #include "engine/data_size.hpp"
-#include "engine/evaluation.hpp"
 #include "engine/network_loader.hpp"
 #include "recog/feature_extraction.hpp"
 #include "recog/similarity.hpp"
 
-#include <veldan/align.h>
 #include <veldan/model_store.hpp>
 #include <veldan/recognizer.hpp>
 #include <veldan/result_codes.h>
@@ -34,15 +33,8 @@ int MOBILEFACENET::mfFeatureSize() {
 
 int MOBILEFACENET::mfFeatureExtract(unsigned char* image, int width, int height, int faceNum, VDFACEINFOEX* faces,
                                     float* feature) {
-    if (faceNum <= 0)
-        return VD_OK;
-    if (!veldan::canEvaluate(net, image, width, height, faces) || feature == nullptr)
-        return veldan::evaluationRefused;
-    const auto align = [&](const VDFACEINFOEX& face, cv::Mat& crop) {
-        const veldan::AlignmentPoints<5> points(face, 0);
-        return alignface_pinv(image, width, height, crop.data, crop.cols, crop.rows, points.values);
-    };
-    return veldan::extractFeatures(net, outputLayer, align, faceNum, faces, feature);
+    return veldan::extractFeatures(net, outputLayer, veldan::alignByFive, image, width, height, faceNum, faces,
+                                   feature);
 }
 
 double MOBILEFACENET::mfFeatureMatch(const float* a, const float* b) {
