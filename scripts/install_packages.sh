@@ -4,8 +4,8 @@
 set -eu
 
 build="cmake ninja-build g++ pkg-config libopencv-dev libcli11-dev nlohmann-json3-dev libssl-dev libexif-dev libheif-dev libsqlite3-dev"
-quick="$build binutils ccache clang-format clang-tidy git imagemagick libbenchmark-dev libfaiss-dev libgmock-dev libgtest-dev libzip-dev python3-pil xauth xvfb"
-test="$quick flake8 python3-numpy python3-opencv python3-protobuf python3-pytest python3-torch"
+quick="$build binutils ccache clang-format clang-tidy git imagemagick libbenchmark-dev libfaiss-dev libgmock-dev libgtest-dev libzip-dev pybind11-dev python3-dev python3-distributed python3-numpy python3-opencv python3-pil python3-pip python3-pytest python3-setuptools python3-venv python3-wheel xauth xvfb"
+test="$quick flake8 python3-protobuf python3-torch"
 case ${1:-} in
     build) wanted=$build ;;
     quick) wanted=$quick ;;

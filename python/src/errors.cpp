@@ -1,0 +1,32 @@
+#include "errors.hpp"
+
+#include <opencv2/core.hpp>
+
+#include <exception>
+
+namespace veldan::python {
+
+namespace py = pybind11;
+
+namespace {
+
+void raise(int code, const char* message) {
+    const py::object failure = py::module_::import("veldan.errors").attr("of_code")(code, message);
+    PyErr_SetObject(py::type::of(failure).ptr(), failure.ptr());
+}
+
+} // namespace
+
+void translateErrors() {
+    py::register_local_exception_translator([](std::exception_ptr thrown) {
+        try {
+            std::rethrow_exception(thrown);
+        } catch (const Error& error) {
+            raise(error.code(), error.what());
+        } catch (const cv::Exception& error) {
+            raise(VD_ERR_ENGINE, error.what());
+        }
+    });
+}
+
+} // namespace veldan::python

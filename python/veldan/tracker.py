@@ -1,0 +1,87 @@
+"""Faces of a video, followed from frame to frame."""
+
+from typing import Iterable, Iterator, List, Optional, Tuple
+
+from ._native import _veldan
+from .engine import Engine, Image, packed_frame
+from .errors import ImageError
+from .face import TrackedFace
+
+
+class Tracker:
+    """Follows the faces of one video.
+
+    Parameters
+    ----------
+    engine : Engine
+        Any number of trackers may share it, in one thread.
+    """
+
+    def __init__(self, engine: Engine) -> None:
+        self._instance = engine._instance
+        self._tracker = _veldan.Tracker(self._instance)
+        self._frame: Optional[Image] = None
+        self._faces: List[TrackedFace] = []
+
+    @property
+    def faces(self) -> List[TrackedFace]:
+        """The faces of the last frame."""
+        return list(self._faces)
+
+    def next(self, image: Image, order: str = "BGR", copy: bool = True) -> List[TrackedFace]:
+        """Faces of the next frame.
+
+        Parameters
+        ----------
+        image, order, copy
+            As of `Engine.detect`.
+
+        Returns
+        -------
+        list of TrackedFace
+            Largest first, at most 100.
+        """
+        frame, must_copy = packed_frame(image, order, copy)
+        records = self._tracker.next(frame)
+        if must_copy and len(records):
+            frame = frame.copy()
+        self._frame = frame
+        return self._take(records)
+
+    def judge(self, light: str = "visible") -> List[TrackedFace]:
+        """Judges mask and liveness in the last frame. Liveness becomes the median over the latest 31 judged frames of
+        each identity, which is far better evidence than one frame.
+
+        Parameters
+        ----------
+        light : str
+            ``"visible"`` or ``"near_infrared"``.
+        """
+        if light not in ("visible", "near_infrared"):
+            raise ValueError(f"light is {light!r}, neither 'visible' nor 'near_infrared'")
+        return self._take(self._tracker.judge(self._last_frame(), light == "near_infrared"))
+
+    def follow(self, frames: Iterable[Image], order: str = "BGR") -> Iterator[Tuple[Image, List[TrackedFace]]]:
+        """Goes through a video.
+
+        Parameters
+        ----------
+        frames : iterable of numpy.ndarray
+            The frames, from anywhere.
+
+        Yields
+        ------
+        frame, faces
+            The caller's array and the faces in it.
+        """
+        for frame in frames:
+            yield frame, self.next(frame, order)
+
+    def _last_frame(self) -> Image:
+        if self._frame is None:
+            raise ImageError("there was no frame yet")
+        return self._frame
+
+    def _take(self, records: Image) -> List[TrackedFace]:
+        self._faces = [TrackedFace(self._instance, self._frame, record) for record in records]
+        return self.faces
