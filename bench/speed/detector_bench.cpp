@@ -1,8 +1,8 @@
 // The detector: time a frame, where it goes, and what creating one costs.
 
 #include "detect/workspace.hpp"
-#include "frames.hpp"
 #include "options.hpp"
+#include "scene.hpp"
 #include "support/allocations.hpp"
 
 #include <veldan/mtcnn.hpp>

@@ -1,8 +1,8 @@
 // What the engines take for one face, and where alignment spends its time.
 
 #include "align/similarity_transform.hpp"
-#include "frames.hpp"
 #include "options.hpp"
+#include "scene.hpp"
 
 #include <veldan/align.h>
 #include <veldan/face_api.h>

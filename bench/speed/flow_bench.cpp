@@ -1,8 +1,8 @@
 // The tracked flow on a frame of 640 x 480 with one face: what a camera's frame costs. Shares of the single engines
 // follow from Detect/640x480/1, Face/* and Recognition/*.
 
-#include "frames.hpp"
 #include "options.hpp"
+#include "scene.hpp"
 
 #include <veldan/face_api.h>
 

@@ -2,9 +2,9 @@
 // them.
 
 #include "engine/network_loader.hpp"
-#include "frames.hpp"
 #include "mobilefacenet.hpp"
 #include "options.hpp"
+#include "scene.hpp"
 
 #include <veldan/align.h>
 #include <veldan/face_api.h>

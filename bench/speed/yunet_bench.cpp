@@ -1,7 +1,7 @@
 // YuNet on the frame that Detect/640x480/1 takes, in the same process.
 
-#include "frames.hpp"
 #include "options.hpp"
+#include "scene.hpp"
 #include "yunet.hpp"
 
 #include <benchmark/benchmark.h>

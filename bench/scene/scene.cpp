@@ -1,4 +1,4 @@
-#include "frames.hpp"
+#include "scene.hpp"
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
-#include <vector>
 
 namespace {
 
@@ -20,6 +19,23 @@ const Portrait portraits[] = {
     {"first-bare.webp", {80, 187, 180, 180}},
     {"second-bare.webp", {65, 129, 180, 180}},
 };
+
+cv::Mat readPortrait(const std::string& folder, const Portrait& portrait) {
+    const std::string path = folder + "/" + portrait.file;
+    const cv::Mat photo = cv::imread(path);
+    if (photo.empty())
+        throw std::runtime_error(path + " cannot be read; --photos=DIR says where the bundled photos are");
+    return photo;
+}
+
+} // namespace
+
+std::vector<cv::Mat> portraitHeads(const std::string& photoFolder) {
+    std::vector<cv::Mat> heads;
+    for (const Portrait& portrait : portraits)
+        heads.push_back(readPortrait(photoFolder, portrait)(portrait.square));
+    return heads;
+}
 
 cv::Mat texture(cv::Size size) {
     cv::RNG random(17);
@@ -37,17 +53,9 @@ cv::Mat texture(cv::Size size) {
     return result;
 }
 
-} // namespace
-
 cv::Mat composeFrame(const std::string& photoFolder, cv::Size size, int faces) {
-    std::vector<cv::Mat> heads;
-    for (const Portrait& portrait : portraits) {
-        const std::string path = photoFolder + "/" + portrait.file;
-        const cv::Mat photo = cv::imread(path);
-        if (photo.empty())
-            throw std::runtime_error(path + " cannot be read; --photos=DIR says where the bundled photos are");
-        heads.push_back(faces == 1 ? photo : photo(portrait.square));
-    }
+    const std::vector<cv::Mat> heads =
+        faces == 1 ? std::vector<cv::Mat>{readPortrait(photoFolder, portraits[0])} : portraitHeads(photoFolder);
     cv::Mat frame = texture(size);
     const int columns = static_cast<int>(std::ceil(std::sqrt(faces * size.aspectRatio())));
     const int rows = (faces + columns - 1) / columns;
