@@ -22,7 +22,7 @@ const Portrait portraits[] = {
 
 cv::Mat readPortrait(const std::string& folder, const Portrait& portrait) {
     const std::string path = folder + "/" + portrait.file;
-    const cv::Mat photo = cv::imread(path);
+    cv::Mat photo = cv::imread(path);
     if (photo.empty())
         throw std::runtime_error(path + " cannot be read; --photos=DIR says where the bundled photos are");
     return photo;

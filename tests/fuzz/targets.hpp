@@ -3,17 +3,28 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace veldan_fuzz {
 
-// One input through one function, as the fuzzer and the replay of its corpus run it. A broken promise ends in
-// std::abort, a bad access in a report of AddressSanitizer.
+// One input through one reader, as the fuzzer and the replay of its corpus run it. A broken promise ends in std::abort,
+// a bad access in a report of AddressSanitizer. README.md tells what each target holds its reader to.
+struct Target {
+    const char* name;
+    void (*run)(const std::uint8_t* data, std::size_t size);
+};
 
-// BMPToRaw, and the way back through RawToBMP.
+const std::vector<Target>& targets();
+
 void bmpToRaw(const std::uint8_t* data, std::size_t size);
-
-// ImageDecode: sizes first, then pixels, as an application calls it.
 void imageDecode(const std::uint8_t* data, std::size_t size);
+void base64(const std::uint8_t* data, std::size_t size);
+void storedNetwork(const std::uint8_t* data, std::size_t size);
+void networkLoading(const std::uint8_t* data, std::size_t size);
+void featureTemplate(const std::uint8_t* data, std::size_t size);
+void gallerySearch(const std::uint8_t* data, std::size_t size);
+void maxFaceRecog(const std::uint8_t* data, std::size_t size);
+void frames(const std::uint8_t* data, std::size_t size);
 
 } // namespace veldan_fuzz
 
