@@ -43,7 +43,7 @@ finish() {
 }
 
 sources() {
-    find include src cli python tests bench examples -name '*.cpp' -o -name '*.hpp' -o -name '*.h' -o -name '*.c'
+    find include src kit cli python tests bench examples -name '*.cpp' -o -name '*.hpp' -o -name '*.h' -o -name '*.c'
 }
 
 check_format() {
@@ -54,7 +54,7 @@ check_format() {
 # compilation database does not name it; clang-tidy's default is older.
 check_tidy() {
     # shellcheck disable=SC2016
-    find src cli python bench tests -name '*.cpp' -not -path 'tests/consumer/*' -print0 |
+    find src kit cli python bench tests -name '*.cpp' -not -path 'tests/consumer/*' -print0 |
         xargs -0 -n 1 -P "$jobs" clang-tidy -p build/release --quiet --extra-arg-before=-std=c++17 2> >(grep -v 'warnings generated\|^Suppressed' >&2)
 }
 

@@ -1,7 +1,8 @@
 #ifndef VELDAN_CLI_ARGUMENTS_HPP
 #define VELDAN_CLI_ARGUMENTS_HPP
 
-#include "exit_codes.hpp"
+#include "kit_names.hpp"
+#include "report/exit_codes.hpp"
 
 #include <string>
 #include <vector>

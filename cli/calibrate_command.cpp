@@ -1,8 +1,8 @@
 #include "commands.hpp"
-#include "face_api.hpp"
-#include "judge.hpp"
-#include "liveness_rates.hpp"
-#include "output_files.hpp"
+#include "photo/face_api.hpp"
+#include "photo/judge.hpp"
+#include "photo/liveness_rates.hpp"
+#include "photo/output_files.hpp"
 #include "photo_run.hpp"
 
 #include <veldan/image_tool.h>

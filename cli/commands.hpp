@@ -1,7 +1,8 @@
 #ifndef VELDAN_CLI_COMMANDS_HPP
 #define VELDAN_CLI_COMMANDS_HPP
 
-#include "exit_codes.hpp"
+#include "kit_names.hpp"
+#include "report/exit_codes.hpp"
 
 #include <functional>
 

@@ -1,6 +1,6 @@
-#include "annotate.hpp"
 #include "commands.hpp"
-#include "face_api.hpp"
+#include "photo/annotate.hpp"
+#include "photo/face_api.hpp"
 #include "photo_run.hpp"
 
 #include <CLI/CLI.hpp>

@@ -1,13 +1,13 @@
 #include "commands.hpp"
-#include "digest.hpp"
-#include "enrolment_list.hpp"
-#include "face_api.hpp"
-#include "file_bytes.hpp"
-#include "gallery_store.hpp"
+#include "gallery/digest.hpp"
+#include "gallery/enrolment_list.hpp"
+#include "gallery/store.hpp"
+#include "gallery/template_file.hpp"
+#include "photo/face_api.hpp"
 #include "photo_run.hpp"
-#include "printable.hpp"
-#include "template_file.hpp"
-#include "thresholds.hpp"
+#include "report/printable.hpp"
+#include "report/thresholds.hpp"
+#include "system/file_bytes.hpp"
 
 #include <CLI/CLI.hpp>
 

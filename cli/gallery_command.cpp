@@ -1,10 +1,10 @@
 #include "commands.hpp"
-#include "face_text.hpp"
-#include "file_bytes.hpp"
-#include "gallery_exchange.hpp"
-#include "gallery_store.hpp"
-#include "photo_choice.hpp"
-#include "printable.hpp"
+#include "gallery/exchange.hpp"
+#include "gallery/photo_choice.hpp"
+#include "gallery/store.hpp"
+#include "report/face_text.hpp"
+#include "report/printable.hpp"
+#include "system/file_bytes.hpp"
 
 #include <CLI/CLI.hpp>
 

@@ -1,7 +1,7 @@
-#include "annotate.hpp"
 #include "commands.hpp"
-#include "face_api.hpp"
-#include "judge.hpp"
+#include "photo/annotate.hpp"
+#include "photo/face_api.hpp"
+#include "photo/judge.hpp"
 #include "photo_run.hpp"
 
 #include <CLI/CLI.hpp>

@@ -1,8 +1,8 @@
 #include "arguments.hpp"
 #include "commands.hpp"
-#include "file_bytes.hpp"
-#include "foreign_noise.hpp"
-#include "printable.hpp"
+#include "report/printable.hpp"
+#include "system/file_bytes.hpp"
+#include "system/foreign_noise.hpp"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -18,7 +18,7 @@
 
 namespace {
 
-using veldan::cli::ExitCode;
+using veldan::kit::ExitCode;
 
 ExitCode run(const std::vector<std::string>& words) {
     CLI::App app{"Finds, judges and recognises faces.", "veldan"};
@@ -54,7 +54,7 @@ ExitCode run(const std::vector<std::string>& words) {
 void printFailure(ExitCode code, const std::string& message) {
     const nlohmann::ordered_json document = {
         {"version", VELDAN_VERSION},
-        {"error", {{"name", veldan::cli::exitCodeName(code)}, {"code", static_cast<int>(code)}, {"message", message}}}};
+        {"error", {{"name", veldan::kit::exitCodeName(code)}, {"code", static_cast<int>(code)}, {"message", message}}}};
     std::cout << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
 }
 
@@ -62,9 +62,9 @@ ExitCode guarded(const std::vector<std::string>& words) {
     const bool json = veldan::cli::asksForJson(words);
     try {
         return run(words);
-    } catch (const veldan::cli::CommandError& error) {
+    } catch (const veldan::kit::CommandError& error) {
         std::cout.flush(); // keeps the message behind what was printed before it
-        std::cerr << "veldan: " << veldan::cli::printable(error.what()) << '\n';
+        std::cerr << "veldan: " << veldan::kit::printable(error.what()) << '\n';
         if (const auto* usage = dynamic_cast<const veldan::cli::UsageError*>(&error))
             std::cerr << "veldan: \"" << usage->command() << " --help\" tells more\n";
         if (json && !error.inOutput())
@@ -72,7 +72,7 @@ ExitCode guarded(const std::vector<std::string>& words) {
         return error.code();
     } catch (const std::exception& error) {
         const std::string message = std::string("unexpected failure: ") + error.what();
-        std::cerr << "veldan: " << veldan::cli::printable(message) << '\n';
+        std::cerr << "veldan: " << veldan::kit::printable(message) << '\n';
         if (json)
             printFailure(ExitCode::Internal, message);
         return ExitCode::Internal;
@@ -83,13 +83,13 @@ ExitCode guarded(const std::vector<std::string>& words) {
 
 int main(int argc, char** argv) {
     std::signal(SIGXFSZ, SIG_IGN); // a limit on the size of files is a failure to report, not one to die of
-    veldan::cli::muteForeignNoise();
+    veldan::kit::muteForeignNoise();
     ExitCode code = guarded({argv + 1, argv + std::max(argc, 1)});
     // A full disk or a closed pipe shows only when the text leaves the buffer.
     if (!std::cout.flush()) {
         // What the stream met is long overwritten; a byte more meets it again.
         const bool again = ::write(STDOUT_FILENO, "\n", 1) < 0;
-        std::cerr << "veldan: the output could not be written" << (again ? ": " + veldan::cli::reasonOf(errno) : "")
+        std::cerr << "veldan: the output could not be written" << (again ? ": " + veldan::kit::reasonOf(errno) : "")
                   << '\n';
         code = ExitCode::NotWritten;
     }

@@ -1,14 +1,14 @@
-#include "annotate.hpp"
 #include "commands.hpp"
-#include "face_api.hpp"
-#include "file_bytes.hpp"
-#include "largest_face.hpp"
-#include "output_files.hpp"
+#include "gallery/template_file.hpp"
+#include "photo/annotate.hpp"
+#include "photo/face_api.hpp"
+#include "photo/largest_face.hpp"
+#include "photo/output_files.hpp"
 #include "photo_run.hpp"
-#include "printable.hpp"
+#include "report/printable.hpp"
+#include "report/similarity_words.hpp"
 #include "similarity_option.hpp"
-#include "similarity_words.hpp"
-#include "template_file.hpp"
+#include "system/file_bytes.hpp"
 
 #include <veldan/image_tool.h>
 

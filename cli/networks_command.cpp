@@ -1,5 +1,5 @@
 #include "commands.hpp"
-#include "digest.hpp"
+#include "gallery/digest.hpp"
 
 #include <veldan/model_store.hpp>
 

@@ -1,8 +1,8 @@
 #include "photo_run.hpp"
 
-#include "file_bytes.hpp"
-#include "ordered_work.hpp"
-#include "printable.hpp"
+#include "report/printable.hpp"
+#include "system/file_bytes.hpp"
+#include "system/ordered_work.hpp"
 
 #include <CLI/CLI.hpp>
 #include <opencv2/core/utility.hpp>

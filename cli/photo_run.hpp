@@ -1,12 +1,13 @@
 #ifndef VELDAN_CLI_PHOTO_RUN_HPP
 #define VELDAN_CLI_PHOTO_RUN_HPP
 
-#include "exit_codes.hpp"
-#include "face_text.hpp"
-#include "output_files.hpp"
-#include "photo_inputs.hpp"
+#include "kit_names.hpp"
+#include "photo/inputs.hpp"
+#include "photo/output_files.hpp"
 #include "photo_task.hpp"
-#include "progress.hpp"
+#include "report/exit_codes.hpp"
+#include "report/face_text.hpp"
+#include "report/progress.hpp"
 
 #include <functional>
 #include <optional>

@@ -1,7 +1,7 @@
 #include "photo_task.hpp"
 
-#include "file_bytes.hpp"
-#include "printable.hpp"
+#include "report/printable.hpp"
+#include "system/file_bytes.hpp"
 
 #include <exception>
 #include <iomanip>

@@ -1,11 +1,12 @@
 #ifndef VELDAN_CLI_PHOTO_TASK_HPP
 #define VELDAN_CLI_PHOTO_TASK_HPP
 
-#include "exit_codes.hpp"
-#include "face_api.hpp"
-#include "face_text.hpp"
-#include "output_files.hpp"
-#include "photo.hpp"
+#include "kit_names.hpp"
+#include "photo/face_api.hpp"
+#include "photo/output_files.hpp"
+#include "photo/photo.hpp"
+#include "report/exit_codes.hpp"
+#include "report/face_text.hpp"
 
 #include <cstddef>
 #include <filesystem>

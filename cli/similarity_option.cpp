@@ -1,6 +1,7 @@
 #include "similarity_option.hpp"
 
-#include "exit_codes.hpp"
+#include "kit_names.hpp"
+#include "report/exit_codes.hpp"
 
 #include <CLI/CLI.hpp>
 

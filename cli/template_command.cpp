@@ -1,10 +1,10 @@
 #include "commands.hpp"
-#include "face_api.hpp"
-#include "face_text.hpp"
-#include "file_bytes.hpp"
-#include "largest_face.hpp"
-#include "printable.hpp"
-#include "template_file.hpp"
+#include "gallery/template_file.hpp"
+#include "photo/face_api.hpp"
+#include "photo/largest_face.hpp"
+#include "report/face_text.hpp"
+#include "report/printable.hpp"
+#include "system/file_bytes.hpp"
 
 #include <veldan/veldan.hpp>
 

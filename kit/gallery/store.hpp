@@ -1,0 +1,163 @@
+#ifndef VELDAN_KIT_GALLERY_STORE_HPP
+#define VELDAN_KIT_GALLERY_STORE_HPP
+
+#include "gallery/sqlite.hpp"
+
+#include <veldan/veldan.hpp>
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace veldan::kit {
+
+/** Which networks made a template: SHA-256 digests of the weights of the two recognizers. */
+struct Recognizers {
+    std::string bare;
+    std::string masked;
+
+    /** Those that the library embeds. */
+    static Recognizers embedded();
+
+    bool operator==(const Recognizers& other) const { return bare == other.bare && masked == other.masked; }
+    bool operator!=(const Recognizers& other) const { return !(*this == other); }
+};
+
+/** What a gallery keeps of a photo. */
+struct EnrolledPhoto {
+    std::string source; ///< the file's name when it was enrolled
+    std::string digest; ///< SHA-256 of the file
+    std::string date;   ///< when it was enrolled: UTC, such as 2024-05-31T12:00:00Z
+    int quality = 0;
+    Template bare{};
+    Template masked{};
+};
+
+struct PersonPhoto {
+    std::string person;
+    EnrolledPhoto photo;
+};
+
+/** A person as lists show it. */
+struct PersonSummary {
+    std::string name;
+    std::size_t photos = 0;
+    std::string firstDate;
+    std::string lastDate;
+};
+
+/** Where a template comes from. */
+struct PhotoOrigin {
+    std::string source;
+    std::string digest;
+};
+
+/** A gallery as searches take it: both galleries hold the persons of names, with the same number of templates each. */
+struct SearchableGallery {
+    std::vector<std::string> names;
+    Gallery bare{Kind::Bare};
+    Gallery masked{Kind::Masked};
+    std::vector<PhotoOrigin> origins; ///< of each template, the same in both
+    /** Photos whose templates cannot be used and were passed over, in words. A person without others is left out. */
+    std::vector<std::string> damaged;
+};
+
+/**
+ * A gallery file: persons, and of each photo a template of either kind. A new one gets its name with its first photo:
+ * whoever enrols nobody leaves no file behind.
+ *
+ * Every change is one transaction that is on the disk when the call returns, so that a process killed at any moment
+ * leaves all earlier changes and no half of the current one. Several processes may use a file at once; each waits a few
+ * seconds for the others.
+ *
+ * All functions throw CommandError, with the file's name in the message: Missing (no such file or person), Gallery (not
+ * a gallery, a newer or damaged one, other networks, in use), NotWritten (a read-only file, a full disk), Unreadable.
+ * A file that is not a gallery is never changed.
+ */
+class GalleryStore {
+public:
+    enum class Access {
+        Read,  ///< an existing file, which is not changed
+        Change ///< a file that is created when there is none
+    };
+
+    GalleryStore(const std::string& path, Access access);
+
+    /** The networks that made the templates. */
+    const Recognizers& recognizers() const { return recognizers_; }
+
+    /** Throws when other networks than the library's made the templates, and says what to do. */
+    void requireOwnNetworks() const;
+
+    /** All persons, as enrolled, with what searches need. Throws when other networks made the templates. */
+    SearchableGallery searchable();
+
+    /** All persons by name. */
+    std::vector<PersonSummary> persons();
+
+    /** The photos of a person, oldest first; empty when there is no such person. */
+    std::vector<EnrolledPhoto> photosOf(const std::string& person);
+
+    /** Whether this photo of the person is enrolled, with templates that are whole. */
+    bool holds(const std::string& person, const std::string& digest);
+
+    /** Who else this photo is enrolled as. */
+    std::vector<std::string> othersWith(const std::string& person, const std::string& digest);
+
+    /** What became of a photo that was handed in. */
+    enum class Added {
+        New,
+        Repaired, ///< it was enrolled before, with a damaged template, which was replaced
+        Unchanged ///< it was enrolled before
+    };
+
+    /** Adds photos, and their persons if new: all of them or, when it fails, none. */
+    std::vector<Added> add(const std::vector<PersonPhoto>& photos);
+
+    /** Throws CommandError: Missing when there is no such person, Usage when the new name cannot be one or is taken. */
+    void renamePerson(const std::string& person, const std::string& name);
+
+    /**
+     * Gives the photos of a person to another one. A photo of both stays once.
+     * @return how many photos the other one has now. Throws CommandError (Missing) when one of them does not exist,
+     * (Usage) when both are the same.
+     */
+    std::size_t mergePerson(const std::string& person, const std::string& into);
+
+    /** Removes a person with all photos. @return the number of photos; 0: there is no such person */
+    std::size_t removePerson(const std::string& person);
+
+    /** Removes one photo, and its person with the last one. @return false when there is no such photo */
+    bool removePhoto(const std::string& person, const std::string& digest);
+
+private:
+    class NewFile;
+    struct NewFileDeleter {
+        void operator()(NewFile* file) const;
+    };
+    using NewFilePointer = std::unique_ptr<NewFile, NewFileDeleter>;
+
+    GalleryStore(const std::string& path, Access access, NewFilePointer newFile);
+    static NewFilePointer prepared(const std::string& path, Access access);
+    Added add(const std::string& person, const EnrolledPhoto& photo);
+    bool publish();
+
+    std::string path_;
+    NewFilePointer newFile_; ///< the file, as long as it has not got its name
+    Database database_;
+    Recognizers recognizers_;
+};
+
+/** Why a text cannot be the name of a person; empty when it can. */
+std::string refusalOfName(const std::string& name);
+
+/** The time now as EnrolledPhoto has it. */
+std::string dateNow();
+
+/** Empty when both templates are whole, of their kinds and plausible; otherwise what is wrong with which, in words. */
+std::string damageOf(const EnrolledPhoto& photo);
+
+} // namespace veldan::kit
+
+#endif

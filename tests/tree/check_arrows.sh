@@ -1,0 +1,56 @@
+#!/bin/sh
+# usage: check_arrows.sh SOURCE_TREE
+# Who may include what: cli -> kit -> include/veldan, and src -> include/veldan. Within kit a room knows those before it.
+set -eu
+export LC_ALL=C
+cd "$1"
+
+status=0
+list=$(mktemp)
+trap 'rm -f "$list"' EXIT
+# refuse WHAT PATTERN FOLDER...: no source there may include what the pattern matches.
+refuse() {
+    what=$1
+    pattern=$2
+    shift 2
+    for folder; do
+        [ -d "$folder" ] || { echo "there is no $folder"; exit 1; }
+    done
+    if grep -rnE --include='*.h' --include='*.hpp' --include='*.cpp' "^ *# *include *[<\"]($pattern)" "$@"; then
+        echo "^ $what"
+        status=1
+    fi
+}
+# own FOLDER ROOT...: what a source there includes in quotes lies beside it or below one of these folders.
+own() {
+    folder=$1
+    shift
+    grep -roE '^#include "[^"]*"' "$folder" >"$list" || true
+    while IFS=: read -r file include; do
+        name=${include#*\"}
+        name=${name%\"}
+        found=no
+        for root in "$(dirname "$file")" "$@"; do
+            if [ -e "$root/$name" ]; then found=yes; fi
+        done
+        case $found$name in
+            yes* | *.inc) ;; # .inc: made by the build
+            *) echo "$file: \"$name\" is out of its reach"; status=1 ;;
+        esac
+    done <"$list"
+}
+
+own src src
+own kit kit
+own cli cli kit
+own include/veldan include/veldan
+refuse "public headers know none of ours but each other" '"' include/veldan
+refuse "the library and the kit do not know the command's options" 'CLI/' include src kit
+refuse "only a gallery knows how it is kept" 'sqlite3|SQLiteCpp' \
+    include src cli kit/report kit/system kit/photo kit/video
+refuse "reports know no other room" '(system|photo|gallery|video)/' kit/report
+refuse "files and threads know reports only" '(photo|gallery|video)/' kit/system
+refuse "photos know neither galleries nor videos" '(gallery|video)/' kit/photo
+refuse "galleries and videos do not know each other" 'video/' kit/gallery
+refuse "galleries and videos do not know each other" 'gallery/' kit/video
+exit $status
