@@ -1,5 +1,7 @@
 #include "errors.hpp"
 
+#include "report/exit_codes.hpp"
+
 #include <opencv2/core.hpp>
 
 #include <exception>
@@ -10,8 +12,8 @@ namespace py = pybind11;
 
 namespace {
 
-void raise(int code, const char* message) {
-    const py::object failure = py::module_::import("veldan.errors").attr("of_code")(code, message);
+void raise(const char* translator, int code, const char* message) {
+    const py::object failure = py::module_::import("veldan.errors").attr(translator)(code, message);
     PyErr_SetObject(py::type::of(failure).ptr(), failure.ptr());
 }
 
@@ -22,9 +24,11 @@ void translateErrors() {
         try {
             std::rethrow_exception(thrown);
         } catch (const Error& error) {
-            raise(error.code(), error.what());
+            raise("of_code", error.code(), error.what());
+        } catch (const kit::CommandError& error) {
+            raise("of_exit_code", static_cast<int>(error.code()), error.what());
         } catch (const cv::Exception& error) {
-            raise(VD_ERR_ENGINE, error.what());
+            raise("of_code", VD_ERR_ENGINE, error.what());
         }
     });
 }

@@ -1,7 +1,9 @@
 #include "errors.hpp"
 #include "frame.hpp"
+#include "gallery.hpp"
 #include "instance.hpp"
 #include "networks.hpp"
+#include "photos.hpp"
 #include "templates.hpp"
 #include "tracker.hpp"
 
@@ -14,6 +16,8 @@ PYBIND11_MODULE(_veldan, module) {
     bindFrames(module);
     bindTemplates(module);
     bindNetworks(module);
+    bindPhotos(module);
     bindInstance(module);
+    bindGallery(module);
     bindTracker(module);
 }

@@ -1,6 +1,7 @@
 #include "tracker.hpp"
 
 #include "frame.hpp"
+#include "gallery.hpp"
 #include "instance.hpp"
 
 #include <memory>
@@ -31,6 +32,14 @@ public:
             [&] { return nearInfrared ? tracker_.judgeNearInfraredLiveness(image) : tracker_.judgeLiveness(image); });
     }
 
+    Array search(const Array& frame, const kit::SearchableGallery& gallery, int threshold, int maskThreshold,
+                 int qualityThreshold) {
+        const ImageView image = viewOf(frame);
+        return run([&] {
+            return tracker_.search(image, gallery.bare, gallery.masked, threshold, maskThreshold, qualityThreshold);
+        });
+    }
+
 private:
     template <class Work>
     Array run(const Work& work) {
@@ -47,7 +56,9 @@ void bindTracker(py::module_& module) {
     py::class_<SharedTracker>(module, "Tracker")
         .def(py::init<std::shared_ptr<SharedInstance>>(), py::arg("instance"))
         .def("next", &SharedTracker::next, py::arg("frame"))
-        .def("judge", &SharedTracker::judge, py::arg("frame"), py::arg("near_infrared"));
+        .def("judge", &SharedTracker::judge, py::arg("frame"), py::arg("near_infrared"))
+        .def("search", &SharedTracker::search, py::arg("frame"), py::arg("gallery"), py::arg("threshold"),
+             py::arg("mask_threshold"), py::arg("quality_threshold"));
 }
 
 } // namespace veldan::python

@@ -7,10 +7,14 @@
 """
 
 from ._native import _veldan, network_digest
+from .batch import ScanResult, scan
 from .engine import Engine
-from .errors import (CapacityError, ClosedError, EngineError, Error, ImageError, ImageTooSmallError, NetworkError,
-                     NotJudgedError, TemplateError)
+from .errors import (CapacityError, ClosedError, EngineError, Error, GalleryError, ImageError, ImageTooSmallError,
+                     MissingError, NetworkError, NotJudgedError, PhotoError, TemplateError, UnsuitableError, UsageError,
+                     WorkerError, WriteError)
 from .face import Box, Face, TrackedFace
+from .gallery import EnrolledPhoto, Gallery, Identity, Match, Person
+from .pictures import PhotoWarning, draw, read_image, write_image
 from .template import Template, similarity
 from .tracker import Tracker
 
@@ -36,8 +40,10 @@ def set_opencv_threads(threads: int) -> None:
 
 
 __all__ = [
-    "Box", "CapacityError", "ClosedError", "ENROLMENT_QUALITY", "Engine", "EngineError", "Error", "Face", "ImageError",
-    "ImageTooSmallError", "LIVE", "MASKED", "NetworkError", "NotJudgedError", "SAME_PERSON", "SAME_PERSON_MASKED",
-    "TRACKED_QUALITY", "Template", "TemplateError", "TrackedFace", "Tracker", "network_digest", "set_opencv_threads",
-    "similarity",
+    "Box", "CapacityError", "ClosedError", "ENROLMENT_QUALITY", "Engine", "EngineError", "EnrolledPhoto", "Error", "Face",
+    "Gallery", "GalleryError", "Identity", "ImageError", "ImageTooSmallError", "LIVE", "MASKED", "Match", "MissingError",
+    "NetworkError", "NotJudgedError", "Person", "PhotoError", "PhotoWarning", "SAME_PERSON", "SAME_PERSON_MASKED",
+    "ScanResult", "TRACKED_QUALITY", "Template", "TemplateError", "TrackedFace", "Tracker", "UnsuitableError",
+    "UsageError", "WorkerError", "WriteError", "draw", "network_digest", "read_image", "scan", "set_opencv_threads",
+    "similarity", "write_image",
 ]

@@ -60,6 +60,48 @@ class NetworkError(Error):
     code = 20
 
 
+class UsageError(Error, ValueError):
+    """A name cannot be that of a person or is taken, or words mean no photo or several."""
+
+    code = 2
+
+
+class MissingError(Error, FileNotFoundError, LookupError):
+    """There is no such photo, gallery or person."""
+
+    code = 3
+
+
+class PhotoError(Error, ValueError):
+    """A file cannot be read, or is no picture."""
+
+    code = 4
+
+
+class WriteError(Error, OSError):
+    """A picture or gallery cannot be written."""
+
+    code = 7
+
+
+class UnsuitableError(Error):
+    """A photo cannot serve for enrolment."""
+
+    code = 9
+
+
+class GalleryError(Error):
+    """A file is no gallery, a damaged one, one of other networks, or in use."""
+
+    code = 10
+
+
+class WorkerError(Error):
+    """A process that worked on photos died."""
+
+    code = 11
+
+
 class CapacityError(Error):
     """A gallery has more persons than the engine allows."""
 
@@ -78,7 +120,23 @@ _CLASSES: "dict[int, type[Error]]" = {
     -3: CapacityError,
 }
 
+_CLASSES_OF_EXIT_CODES: "dict[int, type[Error]]" = {
+    2: UsageError,
+    3: MissingError,
+    4: PhotoError,
+    5: ImageTooSmallError,
+    7: WriteError,
+    8: EngineError,
+    9: UnsuitableError,
+    10: GalleryError,
+}
+
 
 def of_code(code: int, message: str) -> Error:
     """The exception for a result code of the library."""
     return _CLASSES.get(code, Error)(message, code)
+
+
+def of_exit_code(code: int, message: str) -> Error:
+    """The exception for an exit code of the command."""
+    return _CLASSES_OF_EXIT_CODES.get(code, Error)(message, code)

@@ -1,6 +1,6 @@
 """Faces, with judgements that are made when they are first asked for."""
 
-from typing import Any, Dict, NamedTuple, Optional
+from typing import Any, Dict, NamedTuple, Optional, Sequence
 
 import numpy as np
 import numpy.typing as npt
@@ -14,6 +14,9 @@ _POINTS_X, _POINTS_Y = 5, 125
 _QUALITY, _EYE_DISTANCE, _LIVENESS = 248, 249, 250
 _TRACK_ID, _SEARCH_FLAG, _SEARCH_ID, _SEARCH_SCORE, _MASK_SCORE, _STRANGER_FLAG = 252, 254, 255, 256, 257, 258
 RECORD_WORDS = 262
+
+# Properties and the judgement that they come from.
+_NEEDS = {"mask_score": "mask", "masked": "mask", "live": "liveness"}
 
 
 class Box(NamedTuple):
@@ -112,6 +115,10 @@ class Face:
         """Whether the face looks at the camera, as its points lie."""
         return self._test("frontal")
 
+    def knows(self, what: str) -> bool:
+        """Whether one of the properties can be read without a frame."""
+        return _NEEDS.get(what, what) in self._known or what in ("box", "points", "mask_points", "eye_distance", "frontal")
+
     @property
     def frame(self) -> "Optional[npt.NDArray[np.uint8]]":
         """The image that it was found in, shape (height, width, 3), blue, green, red; None after pickling."""
@@ -166,16 +173,41 @@ class TrackedFace(Face):
     """A face of a video. Quality is judged; mask and liveness are what its tracker found of the identity, or of this
     frame alone when the tracker has judged neither."""
 
-    __slots__ = ()
+    __slots__ = ("_name",)
 
-    def __init__(self, engine: Any, frame: "Optional[npt.NDArray[np.uint8]]", record: "npt.NDArray[np.int32]") -> None:
+    def __init__(self, engine: Any, frame: "Optional[npt.NDArray[np.uint8]]", record: "npt.NDArray[np.int32]",
+                 names: Sequence[str]) -> None:
         known = {"quality": True}
         for what, word in (("mask", _MASK_SCORE), ("liveness", _LIVENESS)):
             if record[word] >= 0:
                 known[what] = True
         super().__init__(engine, frame, record, known)
+        recognised = record[_SEARCH_FLAG] > 0 and 0 <= record[_SEARCH_ID] < len(names)
+        self._name = names[record[_SEARCH_ID]] if recognised else None
 
     @property
     def track_id(self) -> int:
         """The identity, which stays from frame to frame and is never given to another face."""
         return int(self._record[_TRACK_ID])
+
+    @property
+    def name(self) -> Optional[str]:
+        """Who it is, once `Tracker.search` has recognised the identity."""
+        return self._name
+
+    @property
+    def similarity(self) -> float:
+        """Similarity that the last decision about the identity was made with, in hundredths; 0 before."""
+        return int(self._record[_SEARCH_SCORE]) / 100
+
+    @property
+    def unknown(self) -> bool:
+        """Whether the identity was declared unknown; it is searched on and may be recognised later."""
+        return self._name is None and int(self._record[_STRANGER_FLAG]) > 0
+
+    def __getstate__(self) -> Dict[str, Any]:
+        return {**super().__getstate__(), "name": self._name}
+
+    def __setstate__(self, state: Dict[str, Any]) -> None:
+        super().__setstate__(state)
+        self._name = state["name"]

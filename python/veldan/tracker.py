@@ -1,11 +1,13 @@
 """Faces of a video, followed from frame to frame."""
 
+import math
 from typing import Iterable, Iterator, List, Optional, Tuple
 
 from ._native import _veldan
 from .engine import Engine, Image, packed_frame
 from .errors import ImageError
 from .face import TrackedFace
+from .gallery import Gallery
 
 
 class Tracker:
@@ -22,6 +24,8 @@ class Tracker:
         self._tracker = _veldan.Tracker(self._instance)
         self._frame: Optional[Image] = None
         self._faces: List[TrackedFace] = []
+        self._snapshot: Optional[_veldan.SearchableGallery] = None
+        self._names: List[str] = []
 
     @property
     def faces(self) -> List[TrackedFace]:
@@ -61,6 +65,31 @@ class Tracker:
             raise ValueError(f"light is {light!r}, neither 'visible' nor 'near_infrared'")
         return self._take(self._tracker.judge(self._last_frame(), light == "near_infrared"))
 
+    def search(self, gallery: Gallery, threshold: float = _veldan.SAME_PERSON / 100,
+               mask_threshold: float = _veldan.SAME_PERSON_MASKED / 100,
+               quality: int = _veldan.TRACKED_QUALITY) -> List[TrackedFace]:
+        """Searches the faces of the last frame that are not recognised yet; evidence adds up over frames.
+
+        Parameters
+        ----------
+        gallery : Gallery
+            The same one for the whole video; what is enrolled meanwhile is seen by the next tracker.
+        threshold, mask_threshold : float
+            Similarity that three frames of a face must reach in the mean, 0 to 1; rounded up to hundredths.
+        quality : int
+            Quality, 0 to 100, from which a face is searched; half of it serves for masked ones.
+
+        Returns
+        -------
+        list of TrackedFace
+            With `TrackedFace.name` and `TrackedFace.unknown`.
+        """
+        if self._snapshot is None:
+            self._snapshot = gallery._searchable()
+            self._names = self._snapshot.names
+        percents = [min(max(math.ceil(round(one * 100, 4)), 0), 101) for one in (threshold, mask_threshold)]
+        return self._take(self._tracker.search(self._last_frame(), self._snapshot, *percents, quality))
+
     def follow(self, frames: Iterable[Image], order: str = "BGR") -> Iterator[Tuple[Image, List[TrackedFace]]]:
         """Goes through a video.
 
@@ -83,5 +112,5 @@ class Tracker:
         return self._frame
 
     def _take(self, records: Image) -> List[TrackedFace]:
-        self._faces = [TrackedFace(self._instance, self._frame, record) for record in records]
+        self._faces = [TrackedFace(self._instance, self._frame, record, self._names) for record in records]
         return self.faces
