@@ -284,9 +284,12 @@ public:
      */
     void forgetEvidence() {
         requireHandle("search");
-        VdFaceAPI& api = *static_cast<VdFaceAPI*>(handle_);
-        for (int row = 0; row < 100; ++row)
-            api.searchHistory[row][0] = 0;
+        // Nobody reaches a threshold of nothing: a search for nobody among no one is decided, at the latest by its
+        // third attempt, and a decision begins all counts anew.
+        Template nobody{};
+        VDFACEINFOEX anyone{};
+        while (zzSearchFeatureThread(handle_, nullptr, 0, 0, nobody.data(), &anyone) == VD_SEARCH_UNDECIDED) {
+        }
     }
 
     /** @name One engine over all faces of an image; each writes one word of the records

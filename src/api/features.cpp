@@ -1,7 +1,4 @@
-#include "api/search_history.hpp"
-#include "engine/rounding.hpp"
-#include "recog/gallery_search.hpp"
-#include "recog/similarity.hpp"
+#include "recog/template_layout.hpp"
 
 #include <veldan/feature_template.hpp>
 #include <veldan/instance.hpp>
@@ -9,7 +6,6 @@
 #include <veldan/recognizer.hpp>
 #include <veldan/result_codes.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <vector>
 
@@ -19,11 +15,6 @@ using veldan::bareKind;
 using veldan::maskedKind;
 
 constexpr int floatBytes = 4;
-
-// Accepted at once, whatever threshold the caller asked for.
-constexpr double surely = 0.8;
-constexpr int attemptsToDecide = 3;
-constexpr int attemptsToGiveUp = 5;
 
 // What extraction itself says is deliberately not looked at: a face that could not be extracted still has its template,
 // of what the buffer holds, so that the templates of a call always stand where the caller expects them. The buffer
@@ -97,64 +88,4 @@ int VdFaceAPI::vdMatchFeature(unsigned char* featureA, unsigned char* featureB, 
 
 int VdFaceAPI::vdMaskMatchFeature(unsigned char* featureA, unsigned char* featureB, float* score) {
     return MatchFeature(maskedKind, featureA, featureB, score);
-}
-
-int VdFaceAPI::SearchFeature(int kind, unsigned char* gallery, int galleryNum, int* templateNums, int personNum,
-                             int threshold, unsigned char* feature, VDFACEINFOEX* face) {
-    // Callers name a size that is at least the number of persons; whoever does not must not write past the history.
-    if (std::max(galleryNum, personNum) > capacity || searchHistory == nullptr)
-        return VD_SEARCH_CAPACITY;
-    if (face == nullptr || feature == nullptr || (gallery == nullptr && personNum > 0))
-        return VD_ERR_TEMPLATE;
-    if (face->searchFlag == 1)
-        return VD_OK;
-
-    std::int32_t* const history = searchHistory[veldan::historyRowOf(face->trackId)];
-    const int attempts = ++history[0];
-    const auto scoresOf = [&](int attempt) { return veldan::historyBlock(history, capacity, attempt); };
-    const veldan::GalleryMatch match =
-        veldan::searchGallery(kind, gallery, templateNums, personNum, feature, scoresOf(attempts));
-
-    // A decision for one face deliberately starts the others anew as well.
-    const auto decide = [&](int code) {
-        for (int i = 0; i < veldan::historyRows; ++i)
-            searchHistory[i][0] = 0;
-        return code;
-    };
-    const auto accept = [&](int person, int score) {
-        face->searchFlag = 1;
-        face->searchId = person;
-        face->searchScore = score;
-        return decide(VD_OK);
-    };
-    if (static_cast<double>(match.score) >= surely)
-        return accept(match.person, veldan::percent(match.score));
-    if (attempts < attemptsToDecide)
-        return VD_SEARCH_UNDECIDED;
-
-    int bestSum = 0;
-    int bestPerson = 0;
-    for (int person = 0; person < personNum; ++person) {
-        const int sum = scoresOf(1)[person] + scoresOf(2)[person] + scoresOf(3)[person];
-        if (sum > bestSum) {
-            bestSum = sum;
-            bestPerson = person;
-        }
-    }
-    if (std::int64_t{3} * threshold <= bestSum)
-        return accept(bestPerson, bestSum / 3);
-    if (attempts < attemptsToGiveUp)
-        return VD_SEARCH_UNDECIDED;
-    face->searchScore = bestSum / 3;
-    return decide(VD_SEARCH_UNKNOWN);
-}
-
-int VdFaceAPI::vdSearchFeature(unsigned char* gallery, int galleryNum, int* templateNums, int personNum, int threshold,
-                               unsigned char* feature, VDFACEINFOEX* face) {
-    return SearchFeature(bareKind, gallery, galleryNum, templateNums, personNum, threshold, feature, face);
-}
-
-int VdFaceAPI::vdMaskSearchFeature(unsigned char* gallery, int galleryNum, int* templateNums, int personNum,
-                                   int threshold, unsigned char* feature, VDFACEINFOEX* face) {
-    return SearchFeature(maskedKind, gallery, galleryNum, templateNums, personNum, threshold, feature, face);
 }

@@ -1,11 +1,12 @@
+#include "api/flows.hpp"
+#include "api/identity.hpp"
 #include "api/instance_handle.hpp"
 #include "api/search_history.hpp"
 
-#include <veldan/face_api.h>
+#include <veldan/result_codes.h>
 #include <veldan/veldan.hpp>
 
 #include <algorithm>
-#include <array>
 #include <bitset>
 #include <climits>
 #include <cstddef>
@@ -45,61 +46,16 @@ VDFACEINFOEX seen(const VDFACEINFOEX& record) {
 }
 
 void carryOver(const VDFACEINFOEX& before, VDFACEINFOEX& face) {
-    face.trackId = before.trackId;
-    face.searchFlag = before.searchFlag;
-    face.searchId = before.searchId;
-    face.searchScore = before.searchScore;
-    face.strangerFlag = before.strangerFlag;
+    inheritIdentity(before, face);
     face.maskScore = before.maskScore;
     face.liveness = before.liveness;
 }
-
-// A search history that an instance uses in place of its own for the time of a search. Rows get their length when they
-// are first searched with: most tracks of most videos never need one.
-class Evidence {
-public:
-    Evidence() {
-        for (std::vector<std::int32_t>& row : rows_)
-            row.resize(1); // the number of searches
-    }
-
-    void forget(int trackId) { rows_[index(trackId)][0] = 0; }
-
-    void prepare(int trackId, int capacity) {
-        std::vector<std::int32_t>& row = rows_[index(trackId)];
-        row.resize(std::max(row.size(), historyRowLength(capacity)));
-    }
-
-    std::int32_t** lend() {
-        std::transform(rows_.begin(), rows_.end(), lent_.begin(), [](auto& row) { return row.data(); });
-        return lent_.data();
-    }
-
-private:
-    static std::size_t index(int trackId) { return static_cast<std::size_t>(historyRowOf(trackId)); }
-
-    std::array<std::vector<std::int32_t>, historyRows> rows_;
-    std::array<std::int32_t*, historyRows> lent_{};
-};
-
-// Puts the instance's own history back whatever happens.
-class Loan {
-public:
-    Loan(VdFaceAPI& api, Evidence& evidence) : api_(api), own_(std::exchange(api.searchHistory, evidence.lend())) {}
-    Loan(const Loan&) = delete;
-    Loan& operator=(const Loan&) = delete;
-    ~Loan() { api_.searchHistory = own_; }
-
-private:
-    VdFaceAPI& api_;
-    std::int32_t** own_;
-};
 
 } // namespace
 
 // Not exported with the class that it is part of.
 struct __attribute__((visibility("hidden"))) Tracker::State {
-    explicit State(void* handle_) : handle(handle_) {}
+    explicit State(VdFaceAPI* api_) : api(api_) {}
 
     // Gives the faces their identities: those of the frame before, each to one face, and new ones to all others.
     void identify(Faces found) {
@@ -151,7 +107,7 @@ struct __attribute__((visibility("hidden"))) Tracker::State {
         while (rowsInUse.test(row()))
             advance();
         rowsInUse.set(row());
-        evidence.forget(unused);
+        evidence.forgetSearches(unused);
         face.trackId = unused;
         advance();
         face.searchFlag = 0;
@@ -162,15 +118,15 @@ struct __attribute__((visibility("hidden"))) Tracker::State {
         face.liveness = notJudged;
     }
 
-    void* handle;
+    VdFaceAPI* api; // null when there was no handle
     Faces faces;
     int unused = 0;
     detail::Records records;
-    Evidence evidence;
+    SparseHistory evidence;                  // kept apart from all others
     std::map<int, std::deque<int>> liveness; // the latest scores of each identity in view
 };
 
-Tracker::Tracker(void* handle) : state_(std::make_unique<State>(handle)) {}
+Tracker::Tracker(void* handle) : state_(std::make_unique<State>(instanceOf(handle))) {}
 Tracker::Tracker(Tracker&& other) noexcept = default;
 Tracker& Tracker::operator=(Tracker&& other) noexcept = default;
 Tracker::~Tracker() = default;
@@ -181,9 +137,11 @@ const std::vector<VDFACEINFOEX>& Tracker::faces() const noexcept {
 
 int Tracker::advance(const unsigned char* image, int width, int height) {
     State& state = *state_;
+    if (state.api == nullptr)
+        return VD_ERR_HANDLE;
     int count = static_cast<int>(state.faces.size());
-    const int code = zzTrackFaceThread(state.handle, detail::unconst(image), width, height, &count,
-                                       state.records.begin(state.faces));
+    const int code =
+        state.api->vdTrackFace(detail::unconst(image), width, height, &count, state.records.begin(state.faces));
     Faces found = state.records.end(count, state.faces.size());
     if (code == VD_ERR_NO_FACE)
         found.clear();
@@ -195,16 +153,18 @@ int Tracker::advance(const unsigned char* image, int width, int height) {
 
 int Tracker::judgeFaces(const unsigned char* image, int width, int height, bool nearInfrared) {
     State& state = *state_;
+    if (state.api == nullptr)
+        return VD_ERR_HANDLE;
     if (state.faces.empty())
-        return state.handle == nullptr ? VD_ERR_HANDLE : VD_OK;
+        return VD_OK;
     const int count = static_cast<int>(state.faces.size());
     unsigned char* const pixels = detail::unconst(image);
     Faces judged = state.faces;
     // Liveness chooses its points by the mask.
-    int code = zzFaceMaskThread(state.handle, pixels, width, height, count, judged.data());
+    int code = state.api->vdFaceMaskRGB(pixels, width, height, count, judged.data());
     if (code == VD_OK)
-        code = (nearInfrared ? zzNirLivenessDetectThread : zzVisLivenessDetectThread)(state.handle, pixels, width,
-                                                                                      height, count, judged.data());
+        code = nearInfrared ? state.api->vdNirLivenessDetect(pixels, width, height, count, judged.data())
+                            : state.api->vdVisLivenessDetect(pixels, width, height, count, judged.data());
     if (code != VD_OK)
         return code;
     for (VDFACEINFOEX& face : judged)
@@ -217,20 +177,20 @@ int Tracker::searchFaces(const unsigned char* bare, const unsigned char* masked,
                          int threshold, int maskThreshold, int qualityThreshold, const unsigned char* image, int width,
                          int height) {
     State& state = *state_;
-    if (state.handle == nullptr)
+    if (state.api == nullptr)
         return VD_ERR_HANDLE;
-    VdFaceAPI& api = *instanceOf(state.handle);
+    VdFaceAPI& api = *state.api;
     // The flow itself passes over this failure for every face.
     if (persons > api.capacity)
         return VD_SEARCH_CAPACITY;
     for (const VDFACEINFOEX& face : state.faces)
         if (face.searchFlag < 1)
             state.evidence.prepare(face.trackId, api.capacity);
-    const Loan loan(api, state.evidence);
-    return zzSearchAllFaceThread(state.handle, detail::unconst(bare), detail::unconst(masked), persons,
-                                 detail::unconst(counts), persons, threshold, maskThreshold, qualityThreshold,
-                                 detail::unconst(image), width, height, static_cast<int>(state.faces.size()),
-                                 state.faces.data());
+    const HistoryLoan loan(api, state.evidence);
+    searchAllFaces(api, {persons, detail::unconst(counts), persons}, {detail::unconst(bare), threshold},
+                   {detail::unconst(masked), maskThreshold}, qualityThreshold, {detail::unconst(image), width, height},
+                   static_cast<int>(state.faces.size()), state.faces.data());
+    return VD_OK;
 }
 
 } // namespace veldan

@@ -1,4 +1,5 @@
 #include "api/search_history.hpp"
+#include "engine/rounding.hpp"
 
 #include <veldan/face_api.h>
 #include <veldan/face_landmark.hpp>
@@ -14,7 +15,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -50,19 +50,6 @@ namespace {
 
 constexpr char version[] = "Quilvane_FaceAPI_V5.4.7.20200817";
 static_assert(sizeof(version) == VELDAN_VERSION_SIZE);
-
-constexpr int minImageSide = 100;
-constexpr auto historyRows = static_cast<std::size_t>(veldan::historyRows);
-
-// Zeroed memory from the allocator instead of a fill: at the default capacity the history is 18 million bytes, which
-// would be touched at every start-up although most applications search few of the rows.
-template <class T>
-T* allocateZeroed(std::size_t count) {
-    void* const memory = std::calloc(count, sizeof(T));
-    if (memory == nullptr)
-        throw std::bad_alloc();
-    return static_cast<T*>(memory);
-}
 
 // The engine comes back also when its network did not load: who asked for it releases it.
 template <class Engine>
@@ -116,9 +103,7 @@ int VdFaceAPI::vdInitAlg(char* path, int /*mode*/, int capacity_) {
         return error;
     }
 
-    searchHistory = allocateZeroed<std::int32_t*>(historyRows);
-    for (std::size_t row = 0; row < historyRows; ++row)
-        searchHistory[row] = allocateZeroed<std::int32_t>(veldan::historyRowLength(capacity));
+    searchHistory = veldan::allocateHistory(capacity);
     return VD_OK;
 }
 
@@ -138,14 +123,8 @@ int VdFaceAPI::vdFreeAlg() {
     release(maskFaceRecognizer, FreeMaskFaceRecognizerEngine);
     release(onetLandmark, FreeOnetLandmarkEngine);
 
-    if (searchHistory != nullptr) {
-        for (std::size_t row = 0; row < historyRows; ++row) {
-            std::free(searchHistory[row]);
-            searchHistory[row] = nullptr;
-        }
-        std::free(searchHistory);
-        searchHistory = nullptr;
-    }
+    veldan::freeHistory(searchHistory);
+    searchHistory = nullptr;
     return VD_OK;
 }
 
@@ -162,21 +141,8 @@ char* VdFaceAPI::vdMyStrcpy(char* dst, const char* src) {
     return dst;
 }
 
-int VdFaceAPI::vdDetectFace(unsigned char* image, int width, int height, int* faceNum, VDFACEINFOEX* faces) {
-    if (faceNum != nullptr)
-        *faceNum = 0;
-    if (width < minImageSide || height < minImageSide)
-        return VD_ERR_IMAGE_TOO_SMALL;
-    if (image == nullptr || faceNum == nullptr || faces == nullptr)
-        return VD_ERR_NO_FACE;
-    // An instance that was freed, or never loaded, finds nothing.
-    if (faceDetector == nullptr)
-        return VD_ERR_NO_FACE;
-    if (faceDetector->mtcnnFaceDetect(image, width, height, faceNum, faces) != 0)
-        return VD_ERR_NO_FACE;
-    if (faceLandmark == nullptr || faceLandmark->landmarkEvaluation(image, width, height, *faceNum, faces) != 0)
-        return VD_ERR_LANDMARK;
-    return VD_OK;
+int VdFaceAPI::np_round(float f) {
+    return veldan::roundHalves(f);
 }
 
 MTCNN* VdFaceAPI::InitFaceDetectorEngine(char* path, int* error) {

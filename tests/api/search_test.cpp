@@ -5,6 +5,7 @@
 
 #include <veldan/face_api.h>
 #include <veldan/face_flows.hpp>
+#include <veldan/instance.hpp>
 
 #include <gtest/gtest.h>
 
@@ -158,6 +159,29 @@ TEST_P(Search, OlderScoresAreOverwrittenInTurn) {
     EXPECT_EQ(search({0.505}, 75, face), -1); // writes person 0 of the first block only
     EXPECT_EQ(search({0.505, 0.705}, 70, face), 0);
     expectVerdict(face, 1, 1, 70);
+}
+
+// Applications see the history: the count, two unused words, three blocks of a score for each person.
+TEST_P(Search, HistoryRowsHaveTheirLayout) {
+    const auto& api = *static_cast<VdFaceAPI*>(handle.get());
+    const auto row = [&](int number) {
+        return std::vector<int>(api.searchHistory[number], api.searchHistory[number] + 3 * (capacity + 1));
+    };
+    face.trackId = 142;
+    EXPECT_EQ(search({0.705, 0.605}, 80, face), -1);
+    EXPECT_EQ(search({0.715, 0.615}, 80, face), -1);
+    EXPECT_EQ(search(std::vector<double>(capacity, 0.625), 80, face), -1);
+    std::vector<int> expected = {3, 0, 0, 70, 60, 0, 0, 0, 0, 71, 61, 0, 0, 0, 0, 62, 62, 62, 62, 62, 62};
+    EXPECT_EQ(row(42), expected);
+    EXPECT_EQ(search({0.735}, 80, face), -1);
+    expected[0] = 4;
+    expected[3] = 73;
+    EXPECT_EQ(row(42), expected);
+    EXPECT_EQ(search({0.745}, 80, face), -2);
+    expected[0] = 0;
+    expected[9] = 74;
+    for (int number = 0; number < 100; ++number)
+        EXPECT_EQ(row(number), number == 42 ? expected : std::vector<int>(expected.size())) << number;
 }
 
 TEST_P(Search, SeveralTemplatesAPerson) {
