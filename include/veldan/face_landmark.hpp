@@ -11,11 +11,13 @@
 #include <veldan/face_record.h>
 
 #include <opencv2/core.hpp>
-#include <opencv2/dnn.hpp>
+
+#include <memory>
 
 namespace veldan {
 struct EngineAccess;
-}
+struct EngineNetwork;
+} // namespace veldan
 
 /**
  * The square crop of get_crop() in <veldan/face_mask.hpp>, and the square itself.
@@ -74,7 +76,7 @@ private:
     // For the tests: networks of their own in place of the embedded one.
     friend struct veldan::EngineAccess;
 
-    cv::dnn::Net net;
+    std::unique_ptr<veldan::EngineNetwork> network;
 };
 
 #endif

@@ -10,11 +10,13 @@
 #include <veldan/face_record.h>
 
 #include <opencv2/core.hpp>
-#include <opencv2/dnn.hpp>
+
+#include <memory>
 
 namespace veldan {
 struct EngineAccess;
-}
+struct EngineNetwork;
+} // namespace veldan
 
 /**
  * Cuts the square about a box, black where it leaves the image, and resizes it. The square has the box's longer side
@@ -80,7 +82,7 @@ private:
     // For the tests: networks of their own in place of the embedded one.
     friend struct veldan::EngineAccess;
 
-    cv::dnn::Net net;
+    std::unique_ptr<veldan::EngineNetwork> network;
 };
 
 #endif

@@ -10,11 +10,12 @@
 #include <veldan/export.h>
 #include <veldan/face_record.h>
 
-#include <opencv2/dnn.hpp>
+#include <memory>
 
 namespace veldan {
 struct EngineAccess;
-}
+struct EngineNetwork;
+} // namespace veldan
 
 /**
  * The recognizer.
@@ -69,7 +70,7 @@ private:
     // For the tests: networks of their own in place of the embedded one.
     friend struct veldan::EngineAccess;
 
-    cv::dnn::Net net;
+    std::unique_ptr<veldan::EngineNetwork> network;
 };
 
 #endif

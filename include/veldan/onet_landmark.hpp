@@ -9,11 +9,12 @@
 #include <veldan/export.h>
 #include <veldan/face_record.h>
 
-#include <opencv2/dnn.hpp>
+#include <memory>
 
 namespace veldan {
 struct EngineAccess;
-}
+struct EngineNetwork;
+} // namespace veldan
 
 /**
  * The engine.
@@ -65,7 +66,7 @@ private:
     // For the tests: networks of their own in place of the embedded one.
     friend struct veldan::EngineAccess;
 
-    cv::dnn::Net net;
+    std::unique_ptr<veldan::EngineNetwork> network;
 };
 
 #endif

@@ -1,4 +1,5 @@
 #include "engine/data_size.hpp"
+#include "engine/engine_network.hpp"
 #include "engine/evaluation.hpp"
 #include "engine/network_loader.hpp"
 #include "engine/rounding.hpp"
@@ -23,14 +24,14 @@ const std::vector<cv::String> outputNames = {"bbox_fc/MatMul", "landmark_fc/MatM
 
 } // namespace
 
-OnetLandmark::OnetLandmark() = default;
+OnetLandmark::OnetLandmark() : network(std::make_unique<veldan::EngineNetwork>()) {}
 OnetLandmark::~OnetLandmark() = default;
 
 int OnetLandmark::mOnetInitAlg(char* /*path*/) {
     // A copy of its own of the detector's network, which is not reentrant either.
     return veldan::loadTensorflowNet(
         length_VELDAN_V5_1_0_FaceDetectO, data_VELDAN_V5_1_0_FaceDetectO,
-        {"input_image", 3, {inputSide, inputSide}, {{outputNames[0], 4}, {outputNames[1], 10}}}, net);
+        {"input_image", 3, {inputSide, inputSide}, {{outputNames[0], 4}, {outputNames[1], 10}}}, network->net);
 }
 
 int OnetLandmark::mOnetLandmark(unsigned char* image, int width, int height, int faceNum, VDFACEINFOEX* faces) {
@@ -55,8 +56,8 @@ int OnetLandmark::mOnetLandmark(unsigned char* image, int width, int height, int
         CV_Assert(x1 < x2 && y1 < y2);
         cv::resize(frame(cv::Rect(corner, cv::Point(truncate(x2), truncate(y2)))), crop, cv::Size(inputSide, inputSide),
                    0, 0, cv::INTER_LINEAR);
-        net.setInput(veldan::inputBlob(crop), "input_image", 1.0, cv::Scalar());
-        net.forward(outputs, outputNames);
+        network->net.setInput(veldan::inputBlob(crop), "input_image", 1.0, cv::Scalar());
+        network->net.forward(outputs, outputNames);
         const float* const regression = veldan::outputValues(outputs[0], 4);
         const float* const landmark = veldan::outputValues(outputs[1], 10);
 
@@ -77,7 +78,7 @@ int OnetLandmark::mOnetLandmark(unsigned char* image, int width, int height, int
             face.keyPointY[k] = truncate(landmark[2 * k + 1] * bh + y1);
         }
     };
-    return veldan::evaluateFaces(net, image, width, height, faceNum, faces, refine);
+    return veldan::evaluateFaces(network->net, image, width, height, faceNum, faces, refine);
 }
 
 int OnetLandmark::mOnetFreeAlg() {

@@ -1,5 +1,6 @@
 #include "align/square_crop.hpp"
 #include "engine/data_size.hpp"
+#include "engine/engine_network.hpp"
 #include "engine/evaluation.hpp"
 #include "engine/network_loader.hpp"
 #include "engine/rounding.hpp"
@@ -23,13 +24,13 @@ int get_crop_landmark(cv::Mat img, int x, int y, int w, int h, int size, cv::Mat
     return VD_OK;
 }
 
-vdFaceLandmark::vdFaceLandmark() = default;
+vdFaceLandmark::vdFaceLandmark() : network(std::make_unique<veldan::EngineNetwork>()) {}
 vdFaceLandmark::~vdFaceLandmark() = default;
 
 int vdFaceLandmark::landmarkInitAlg(char* /*path*/) {
     return veldan::loadTensorflowNet(
         length_VELDAN_V5_1_0_FaceMaskAlign, data_VELDAN_V5_1_0_FaceMaskAlign,
-        {"input_image", 3, {inputSide, inputSide}, {{"landmark_fc/MatMul", landmarkValues}}}, net);
+        {"input_image", 3, {inputSide, inputSide}, {{"landmark_fc/MatMul", landmarkValues}}}, network->net);
 }
 
 int vdFaceLandmark::landmarkEvaluation(unsigned char* image, int width, int height, int faceNum, VDFACEINFOEX* faces) {
@@ -37,8 +38,8 @@ int vdFaceLandmark::landmarkEvaluation(unsigned char* image, int width, int heig
     cv::Rect rect;
     const auto findPoints = [&](const cv::Mat& frame, VDFACEINFOEX& face) {
         get_crop_landmark(frame, face.x, face.y, face.width, face.height, inputSide, crop, rect);
-        net.setInput(veldan::inputBlob(crop), "input_image", 1.0, cv::Scalar());
-        const cv::Mat output = net.forward("landmark_fc/MatMul");
+        network->net.setInput(veldan::inputBlob(crop), "input_image", 1.0, cv::Scalar());
+        const cv::Mat output = network->net.forward("landmark_fc/MatMul");
         const float* const point = veldan::outputValues(output, landmarkValues);
         // In the pixels of the bordered image when the square left the image, and deliberately not shifted back.
         const auto left = static_cast<float>(rect.x);
@@ -50,7 +51,7 @@ int vdFaceLandmark::landmarkEvaluation(unsigned char* image, int width, int heig
             face.keyPointY[firstPoint + k] = veldan::truncate(top + point[2 * k + 1] * h);
         }
     };
-    return veldan::evaluateFaces(net, image, width, height, faceNum, faces, findPoints);
+    return veldan::evaluateFaces(network->net, image, width, height, faceNum, faces, findPoints);
 }
 
 int vdFaceLandmark::landmarkFreeAlg() {

@@ -1,5 +1,6 @@
 #include "align/face_alignment.hpp"
 #include "engine/data_size.hpp"
+#include "engine/engine_network.hpp"
 #include "engine/network_loader.hpp"
 #include "recog/feature_extraction.hpp"
 
@@ -17,14 +18,14 @@ constexpr int paint = 127;
 
 } // namespace
 
-MASKMOBILEFACENET::MASKMOBILEFACENET() = default;
+MASKMOBILEFACENET::MASKMOBILEFACENET() : network(std::make_unique<veldan::EngineNetwork>()) {}
 MASKMOBILEFACENET::~MASKMOBILEFACENET() = default;
 
 int MASKMOBILEFACENET::maskfInitAlg(char* /*path*/) {
     return veldan::loadCaffeNet(
         {length_VELDAN_V5_2_0_FaceMaskRecog_Model, data_VELDAN_V5_2_0_FaceMaskRecog_Model},
         {length_VELDAN_V5_2_0_FaceMaskRecog_Prototxt, data_VELDAN_V5_2_0_FaceMaskRecog_Prototxt},
-        veldan::recognizerForm(outputLayer), net);
+        veldan::recognizerForm(outputLayer), network->net);
 }
 
 int MASKMOBILEFACENET::maskfFreeAlg() {
@@ -42,7 +43,7 @@ int MASKMOBILEFACENET::maskfFeatureExtract(bool fivePoints, unsigned char* image
         crop.rowRange(firstPaintedRow, crop.rows).setTo(cv::Scalar::all(paint));
         return error;
     };
-    return veldan::extractFeatures(net, outputLayer, align, image, width, height, faceNum, faces, feature);
+    return veldan::extractFeatures(network->net, outputLayer, align, image, width, height, faceNum, faces, feature);
 }
 
 int MASKMOBILEFACENET::vdGetDataSize(char* path) {

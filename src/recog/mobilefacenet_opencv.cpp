@@ -1,5 +1,6 @@
 #include "align/face_alignment.hpp"
 #include "engine/data_size.hpp"
+#include "engine/engine_network.hpp"
 #include "engine/network_loader.hpp"
 #include "recog/feature_extraction.hpp"
 #include "recog/similarity.hpp"
@@ -14,13 +15,13 @@ constexpr char outputLayer[] = "fc1_scale";
 
 } // namespace
 
-MOBILEFACENET::MOBILEFACENET() = default;
+MOBILEFACENET::MOBILEFACENET() : network(std::make_unique<veldan::EngineNetwork>()) {}
 MOBILEFACENET::~MOBILEFACENET() = default;
 
 int MOBILEFACENET::mfInitAlg(char* /*path*/) {
     return veldan::loadCaffeNet({length_VELDAN_V5_0_0_FaceRecog_Model, data_VELDAN_V5_0_0_FaceRecog_Model},
                                 {length_VELDAN_V5_0_0_FaceRecog_Prototxt, data_VELDAN_V5_0_0_FaceRecog_Prototxt},
-                                veldan::recognizerForm(outputLayer), net);
+                                veldan::recognizerForm(outputLayer), network->net);
 }
 
 int MOBILEFACENET::mfFreeAlg() {
@@ -33,7 +34,7 @@ int MOBILEFACENET::mfFeatureSize() {
 
 int MOBILEFACENET::mfFeatureExtract(unsigned char* image, int width, int height, int faceNum, VDFACEINFOEX* faces,
                                     float* feature) {
-    return veldan::extractFeatures(net, outputLayer, veldan::alignByFive, image, width, height, faceNum, faces,
+    return veldan::extractFeatures(network->net, outputLayer, veldan::alignByFive, image, width, height, faceNum, faces,
                                    feature);
 }
 

@@ -1,6 +1,7 @@
 #ifndef VELDAN_TESTS_SUPPORT_ENGINES_HPP
 #define VELDAN_TESTS_SUPPORT_ENGINES_HPP
 
+#include "engine/engine_network.hpp"
 #include "engine/network_loader.hpp"
 #include "support/graph_writer.hpp"
 
@@ -21,11 +22,16 @@
 struct veldan::EngineAccess {
     template <class Engine>
     static cv::dnn::Net& net(Engine& engine) {
-        return engine.net;
+        return engine.network->net;
     }
     static cv::dnn::Net& rgbNet(vdSpoofDetection& engine) { return engine.rgbNet; }
     static cv::dnn::Net& nirNet(vdSpoofDetection& engine) { return engine.nirNet; }
 };
+
+template <>
+inline cv::dnn::Net& veldan::EngineAccess::net(QUALITYEVALUATION& engine) {
+    return engine.net;
+}
 
 namespace veldan_tests {
 
