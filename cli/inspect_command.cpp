@@ -63,10 +63,9 @@ std::vector<std::string> words(const JudgedFace& face) {
 const char* worthText(Light light) {
     return light == Light::NearInfrared
                ? "live, near-infrared: learnt from drawn pictures alone, so nobody knows how often it is right; "
-                 "measure "
-                 "it with veldan calibrate"
-               : "live: from one photo, of a camera it has not seen, about 15 of 100 answers are wrong; see "
-                 "docs/liveness.md";
+                 "measure it with veldan calibrate"
+               : "live: from one photo, of a camera it has not seen, about 16 of 100 answers are wrong; of living "
+                 "people with a quality below 60, half; see docs/liveness.md";
 }
 
 Photo drawn(Photo& photo, const std::vector<JudgedFace>& faces) {

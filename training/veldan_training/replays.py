@@ -113,8 +113,6 @@ def _photos(args):
         return
     review = _review()
     for source in sorted(f[:-4] for f in os.listdir(args.more) if f.startswith("attack_") and f.endswith(".csv")):
-        if source in args.leave_out:
-            continue
         with open(f"{args.more}/{source}.csv", newline="") as f:
             for r in csv.DictReader(f):
                 turns = review.get((source, r["file"]), 0)

@@ -88,17 +88,29 @@ def _scene(rng, found, weight, live, infrared):
             return p, masked, unit
 
 
-def prepare(args, found):
-    """PREPARED crops for visible light, in WORK: uint8 crops, whether live, number of the source (0: drawn)."""
+def prepare(args):
+    """Crops for visible light, uint8, and whether they are live, without the sources of --leave-out.
+
+    PREPARED crops of all sources are kept in WORK: the runs of a leave-one-out share what they cost. So a crop shows nothing of another
+    source than its own."""
     path = os.path.join(args.work, "liveness_crops.npz")
-    if os.path.exists(path) and not args.fresh:
-        with np.load(path) as kept:
-            return kept["crops"], kept["live"], kept["source"]
+    if not os.path.exists(path):
+        os.makedirs(args.work, exist_ok=True)
+        crops, live, source = _prepared(args)
+        np.savez(path + ".part.npz", crops=crops, live=live, source=source)
+        os.replace(path + ".part.npz", path)
+    with np.load(path) as kept:
+        chosen = ~np.isin(kept["source"], args.leave_out)
+        return kept["crops"][chosen], kept["live"][chosen]
+
+
+def _prepared(args):
     cv2.setNumThreads(1)
     rng = np.random.default_rng(args.seed)
     real = replays.load(args)
     names = sorted({r.source for r in real})
     print(f"real photographs: {sum(r.live for r in real)} live, {sum(not r.live for r in real)} attacks, of {names}", flush=True)
+    found = _faces(args)
     weight = _weights(found)
     drawn = [[_scene(rng, found, weight, live, False) for _ in range(SCENES // 2)] for live in (False, True)]
     groups = [[[r for r in real if r.source == n and r.live == live] for n in names] for live in (False, True)]
@@ -111,16 +123,14 @@ def prepare(args, found):
         if groups[live] and rng.random() < REAL_SHARE:
             group = groups[live][int(rng.choice(len(shares[live]), p=shares[live] / shares[live].sum()))]
             r = group[int(rng.integers(len(group)))]
-            made = replays.cut(rng, r.image, r.points, r.unit, CAMERA, r.inside, real)
-            sources.append(1 + names.index(r.source))
+            made = replays.cut(rng, r.image, r.points, r.unit, CAMERA, r.inside, group)
+            sources.append(r.source)
         else:
             p, _, unit = drawn[live][int(rng.integers(SCENES // 2))]
-            made = replays.cut(rng, np.clip(p.image, 0, 255).astype(np.uint8), p.points, unit, CAMERA, None, real)
-            sources.append(0)
+            made = replays.cut(rng, np.clip(p.image, 0, 255).astype(np.uint8), p.points, unit, CAMERA)
+            sources.append("drawn")
         crop[:] = (made[:, ::-1] if rng.random() < 0.5 else made).transpose(2, 0, 1)
         lives.append(live)
-    os.makedirs(args.work, exist_ok=True)
-    np.savez(path, crops=crops, live=np.array(lives), source=np.array(sources))
     return crops, np.array(lives), np.array(sources)
 
 
@@ -167,18 +177,23 @@ def _frequencies(network):
             weight[k] = torch.from_numpy(f / np.sqrt((f ** 2).sum())).float()
 
 
-def train(args, network):
+def _faces(args):
     found = [f for f in faces.from_photos(args.data, least=36) if f.has_points and f.mask >= 0] + faces.from_face_packs(args.data)
     print(f"{len(found)} faces", flush=True)
-    (_train_infrared if args.network == "LiveDetect_NIR" else _train_visible)(args, network, found)
+    return found
 
 
-def _train_visible(args, network, found):
+def train(args, network):
+    (_train_infrared if args.network == "LiveDetect_NIR" else _train_visible)(args, network)
+
+
+def _train_visible(args, network):
     """Short, from a network that has learnt drawn attacks: longer runs learn the sources' people by heart."""
-    crops, live, _ = prepare(args, found)
+    crops, live = prepare(args)
     steps, rate = RECIPE[args.network]
     _frequencies(network)
-    run = running.Run(args, network, steps=args.steps or steps, rate=args.rate or rate, weight_decay=2e-2)
+    run = running.Run(args, network, steps=args.steps or steps, rate=args.rate or rate, weight_decay=2e-2,
+                      name="-without-".join([args.network, *args.leave_out]))
     average = Average(network)
     drop = torch.nn.Dropout(0.3)
     for (x, classes), schedule in run.over(_batches(crops, live, args.seed + run.step)):
@@ -191,10 +206,10 @@ def _train_visible(args, network, found):
     run.finish()
 
 
-def _train_infrared(args, network, found):
+def _train_infrared(args, network):
     steps, rate = RECIPE[args.network]
     run = running.Run(args, network, steps=args.steps or steps, rate=args.rate or rate, weight_decay=1e-3)
-    loader = torch.utils.data.DataLoader(InfraredCrops(found, args.seed + run.step), batch_size=96, num_workers=args.workers)
+    loader = torch.utils.data.DataLoader(InfraredCrops(_faces(args), args.seed + run.step), batch_size=96, num_workers=args.workers)
     for (crops, live), schedule in run.over(loader):
         network.bfloat16 = not args.single and run.step < 0.85 * run.steps
         classes = 1 - live.long()
@@ -224,6 +239,8 @@ def _margins(args, network):
 def operating_score(args, network):
     """The uncalibrated score of the second class that becomes 50. Near infrared: as many live faces are refused as attacks of the trained kinds
     are let in. Visible light: where the held-out sources of the folds had the fewest errors; drawn attacks are only told."""
+    if args.leave_out:  # a network for measuring
+        return 1 / (1 + np.exp(-SHIFT))
     margins = _margins(args, network)
     held_out = attacks.NIR_HELD_OUT if args.network == "LiveDetect_NIR" else attacks.HELD_OUT
     live = margins[None]
