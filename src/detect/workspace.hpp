@@ -35,7 +35,25 @@ struct DetectorWorkspace {
     BoxSuppression suppression;
     FaceCropper cropper;
     StageTimes* times = nullptr; // to be filled, when somebody measures
+
+    // A network's input blob over the memory above, which only grows: neither freed nor cleared between frames.
+    cv::Mat blobFor(int images, cv::Size size) {
+        const int shape[] = {images, 3, size.height, size.width};
+        const std::size_t samples = static_cast<std::size_t>(images) * 3 * static_cast<std::size_t>(size.height) *
+                                    static_cast<std::size_t>(size.width);
+        if (blob.size() < samples)
+            blob.resize(samples);
+        return {4, shape, CV_32F, blob.data()};
+    }
 };
+
+// What the stages work on.
+inline bool isImage(const cv::Mat& img) {
+    return !img.empty() && img.dims == 2 && img.type() == CV_8UC3;
+}
+
+// The proposal network's outputs: class map and regression map.
+extern const std::vector<cv::String> proposalOutputs;
 
 // A detector with networks other than the embedded ones, for tests and benchmarks.
 struct DetectorAccess {
