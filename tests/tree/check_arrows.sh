@@ -1,6 +1,7 @@
 #!/bin/sh
 # usage: check_arrows.sh SOURCE_TREE
-# Who may include what: cli -> kit -> include/veldan, and src -> include/veldan. Within kit a room knows those before it.
+# Who may include what: cli -> kit -> include/veldan, and src -> include/veldan. Within kit a room knows those before it,
+# within src the instance knows the engines, and these what they share.
 set -eu
 export LC_ALL=C
 cd "$1"
@@ -46,6 +47,12 @@ own cli cli kit
 own include/veldan include/veldan
 refuse "public headers know none of ours but each other" '"' include/veldan
 refuse "the library and the kit do not know the command's options" 'CLI/' include src kit
+refuse "stored networks and image tools stand by themselves" '(api|align|attr|detect|engine|recog)/' src/models src/tool
+refuse "what engines share knows no engine" '(api|align|attr|detect|models|recog)/' src/engine
+refuse "engines know each other only where a face is aligned" '(api|attr|detect|models|recog)/' src/align
+refuse "engines know each other only where a face is aligned" '(api|detect|models|recog)/' src/attr
+refuse "engines know each other only where a face is aligned" '(api|attr|detect|models)/' src/recog
+refuse "the detector knows no other engine" '(api|align|attr|models|recog)/' src/detect
 refuse "only a gallery knows how it is kept" 'sqlite3|SQLiteCpp' \
     include src cli kit/report kit/system kit/photo kit/video
 refuse "reports know no other room" '(system|photo|gallery|video)/' kit/report
