@@ -1,26 +1,14 @@
-#include "alignment.hpp"
-#include "corner_figures.hpp"
-#include "error_pictures.hpp"
 #include "evaluations.hpp"
-#include "known_faces.hpp"
-#include "library.hpp"
-#include "pack_photos.hpp"
-#include "statistics.hpp"
-#include "text_table.hpp"
+#include "face_figures.hpp"
+#include "photos.hpp"
 
-#include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
-#include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
-#include <memory>
 #include <stdexcept>
-#include <string>
 #include <utility>
-#include <vector>
 
 namespace veldan::eval {
 
@@ -33,33 +21,33 @@ constexpr double largeError = 0.1;
 
 /** Key points 5 and 6 in pixels of the picture, whatever the engine shifted them by. */
 CropSquare cornersOf(const VDFACEINFOEX& face, int shift) {
-    return {{static_cast<double>(face.keyPointX[5] - shift), static_cast<double>(face.keyPointY[5] - shift)},
-            {static_cast<double>(face.keyPointX[6] - shift), static_cast<double>(face.keyPointY[6] - shift)},
-            0,
-            0};
+    const auto point = [&](int k) -> Point {
+        return {static_cast<double>(face.keyPointX[k] - shift), static_cast<double>(face.keyPointY[k] - shift)};
+    };
+    return {point(5), point(6), 0, 0};
 }
 
 class CornersEvaluation {
 public:
-    explicit CornersEvaluation(const PackOptions& options) : options_(options) {
-        rules_.leastSize = options.minFace;
-        rules_.leastOverlap = options.leastOverlap;
-    }
+    explicit CornersEvaluation(const PackOptions& options) : options_(options), rules_(options.rules()) {}
 
     void run() {
         options_.prepare();
         for (const std::string& name : options_.names())
             evaluate(readPack(options_.folder, name));
-        if (total_.faces() == 0)
+        if (total_.faces.empty())
             throw std::runtime_error(options_.folder + ": no face in split " + options_.split);
-        packs_.emplace_back("total", total_);
-        packs_.emplace_back("with points by people", byPeople_);
-        packs_.emplace_back("masked", masked_);
-        packs_.emplace_back("known to be bare", bare_);
+        groups_.push_back(named("total", total_.toJson()));
+        groups_.push_back(named("with points by people", byPeople_.toJson()));
+        groups_.push_back(named("masked", masked_.toJson()));
+        groups_.push_back(named("known to be bare", bare_.toJson()));
+        Json document = {{"settings", options_.settings()}, {"groups", groups_}};
+        document["teacherToPeople"] = {{"faces", teacherErrors_.size()}};
+        document["teacherToPeople"].update(spreadOf(teacherErrors_));
         if (options_.json)
-            printJson();
+            std::cout << document.dump(2) << '\n';
         else
-            printTable();
+            print(document);
     }
 
 private:
@@ -67,19 +55,14 @@ private:
         CornerFigures figures;
         CornerFigures maskedHere;
         const auto hasFaces = [](const LabelledPhoto& labels) { return !labels.faces.empty(); };
-        readPhotos(options_, pack, hasFaces, [&](const LabelledPhoto& labels, cv::Mat& picture) {
+        readPhotos(options_, pack, hasFaces, [&](const LabelledPhoto& labels, const cv::Mat& picture) {
             const std::vector<PointedFace> faces = facesWithPoints(labels, rules_);
             if (faces.empty())
                 return;
-            Library::Answer answer = library_.detect(picture);
-            std::vector<Box> wanted;
-            wanted.reserve(faces.size());
-            for (const PointedFace& face : faces)
-                wanted.push_back(clipped(face.box, picture.cols, picture.rows));
-            const std::vector<VDFACEINFOEX*> match = matchFaces(answer.faces, wanted, rules_.leastOverlap);
-            std::vector<CornerFigures*> groups;
+            std::vector<VDFACEINFOEX> found = detect(library_, picture);
+            const auto match = matchFaces(found, boxesOf(faces), picture, rules_.leastOverlap);
             for (std::size_t i = 0; i < faces.size(); ++i) {
-                groups = {&figures, &total_};
+                std::vector<CornerFigures*> groups = {&figures, &total_};
                 if (faces[i].replacedPoints) {
                     groups.push_back(&byPeople_);
                     judgeTeacher(faces[i]);
@@ -89,13 +72,15 @@ private:
                 if (faces[i].category == withoutMask)
                     groups.push_back(&bare_);
                 const fs::path name = pack.name + "-" + fs::path(labels.file).stem().string() + "-" + std::to_string(i);
-                judgeFace(faces[i], match[i], picture, name.string(), groups);
+                const auto errors = errorsOf(faces[i], match[i], picture, name.string());
+                for (CornerFigures* group : groups)
+                    group->faces.push_back(errors);
             }
         });
-        if (figures.faces() > 0)
-            packs_.emplace_back(pack.name, figures);
-        if (maskedHere.faces() > 0)
-            packs_.emplace_back(pack.name + ", masked", maskedHere);
+        if (!figures.faces.empty())
+            groups_.push_back(named(pack.name, figures.toJson()));
+        if (!maskedHere.faces.empty())
+            groups_.push_back(named(pack.name + ", masked", maskedHere.toJson()));
     }
 
     /** How far the labels can be trusted where nobody set points. */
@@ -106,16 +91,13 @@ private:
             teacherErrors_.push_back(cornerError(teacher->first, teacher->second, *people));
     }
 
-    void judgeFace(const PointedFace& truth, const VDFACEINFOEX* found, const cv::Mat& picture, const std::string& name,
-                   const std::vector<CornerFigures*>& groups) const {
+    std::optional<CornerErrors> errorsOf(const PointedFace& truth, const VDFACEINFOEX* found, const cv::Mat& picture,
+                                         const std::string& name) const {
         const std::optional<CropSquare> square = alignedSquare(truth.points);
         if (!square)
             throw std::runtime_error(name + ": five points that make no face");
-        if (found == nullptr) {
-            for (CornerFigures* group : groups)
-                group->addMissed();
-            return;
-        }
+        if (found == nullptr)
+            return std::nullopt;
         const int shift = shiftOfPoints(found->x, found->y, found->width, found->height, picture.cols, picture.rows);
         const CropSquare corners = cornersOf(*found, shift);
         CornerErrors errors;
@@ -125,11 +107,9 @@ private:
         const std::optional<CropSquare> five = alignedSquare(pointsOf(*found));
         errors.againstFive = five ? cornerError(corners.first, corners.second, *five) : 1;
         errors.fivePoints = five ? cornerError(five->first, five->second, *square) : 1;
-        for (CornerFigures* group : groups)
-            group->add(errors);
-        if (!options_.dumpFalse.empty() && errors.twoPoints >= largeError) {
+        if (!options_.dumpFalse.empty() && errors.twoPoints >= largeError)
             dump(name, picture, *found, errors, {{*square, green}, {corners, red}, {five.value_or(corners), blue}});
-        }
+        return errors;
     }
 
     /** With room about the picture, since crops reach out of it. */
@@ -148,59 +128,41 @@ private:
                     "error " + percent(errors.twoPoints, 1) + " %");
     }
 
-    void printTable() const {
+    void print(const Json& document) const {
         std::cout << options_.description() << " (geometric side)\n"
                   << "Distance of the two points from the corners of the crop, mean of the two, in % of its side.\n"
                      "labels: corners by the labels' five points (people's where they agree with the teacher's, else\n"
                      "the teacher's); found five: corners by the five points that the library found.\n\n";
-        TextTable table({"pack", "faces", "missed", "shifted", "to labels: median", "mean", "90th",
-                         "to found five: median", "mean", "90th", "found five to labels: median", "mean", "90th"});
-        for (const auto& [name, figures] : packs_) {
-            std::vector<std::string> row = {name, text(figures.faces()), text(figures.missed()),
-                                            text(figures.shifted())};
-            for (const CornerFigures::Summary& summary :
-                 {figures.twoPoints(), figures.againstFive(), figures.fivePoints()}) {
-                row.insert(row.end(), {percent(summary.median), percent(summary.mean), percent(summary.ninetieth)});
-            }
-            table.add(row);
+        std::vector<Column> columns = {
+            {"pack", "/name"}, {"faces", "/faces"}, {"missed", "/missed"}, {"shifted", "/shifted"}};
+        for (const auto& [heading, path] : {std::pair{"to labels", "/twoPoints"},
+                                            {"to found five", "/twoPointsAgainstFoundFive"},
+                                            {"found five to labels", "/foundFive"}}) {
+            columns.push_back(percentColumn(std::string(heading) + ": median", std::string(path) + "/median"));
+            columns.push_back(percentColumn("mean", std::string(path) + "/mean"));
+            columns.push_back(percentColumn("90th", std::string(path) + "/percentile90"));
         }
-        table.print(std::cout);
-        if (!teacherErrors_.empty()) {
-            std::cout << "\nThe teacher's own error, its points against people's, on " << teacherErrors_.size()
-                      << " faces: median " << percent(median(teacherErrors_)) << " %, mean "
-                      << percent(mean(teacherErrors_)) << " %, 90th percentile "
-                      << percent(quantile(teacherErrors_, 0.9)) << " %\n";
-        }
+        printTable(std::cout, columns, groups_);
+        if (const Json& teacher = document["teacherToPeople"]; !teacherErrors_.empty())
+            std::cout << "\nThe teacher's own error, its points against people's, on " << teacher["faces"]
+                      << " faces: median " << percent(teacher["median"].get<double>()) << " %, mean "
+                      << percent(teacher["mean"].get<double>()) << " %, 90th percentile "
+                      << percent(teacher["percentile90"].get<double>()) << " %\n";
         std::cout
             << "\nFaces that were not found (missed) are in none of the errors. shifted: the square about the box\n"
                "leaves the picture, where the engine gives its points moved right and down by what is missing;\n"
                "the errors are those with this taken back.\n";
     }
 
-    void printJson() const {
-        nlohmann::ordered_json document = {{"settings", options_.settings()},
-                                           {"groups", nlohmann::ordered_json::array()}};
-        for (const auto& [name, figures] : packs_) {
-            nlohmann::ordered_json entry = {{"name", name}};
-            entry.update(figures.toJson());
-            document["groups"].push_back(entry);
-        }
-        document["teacherToPeople"] = {{"faces", teacherErrors_.size()},
-                                       {"median", median(teacherErrors_)},
-                                       {"mean", mean(teacherErrors_)},
-                                       {"percentile90", quantile(teacherErrors_, 0.9)}};
-        std::cout << document.dump(2) << '\n';
-    }
-
     const PackOptions& options_;
     FaceRules rules_;
-    Library library_;
+    Instance library_;
     CornerFigures total_;
     CornerFigures byPeople_;
     CornerFigures masked_;
     CornerFigures bare_;
     std::vector<double> teacherErrors_;
-    std::vector<std::pair<std::string, CornerFigures>> packs_;
+    Json groups_ = Json::array();
 };
 
 } // namespace
@@ -219,7 +181,7 @@ void addCornersEvaluation(CLI::App& app, std::function<void()>& action) {
         "\n"
         "Example:\n"
         "  veldan_eval corners photos/ --split val --dump-false errors/\n");
-    command->callback([options, &action] { action = [options] { CornersEvaluation(*options).run(); }; });
+    onChoice<CornersEvaluation>(*command, action, options);
 }
 
 } // namespace veldan::eval

@@ -2,24 +2,10 @@
 
 #include "statistics.hpp"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
 #include <optional>
 
 namespace veldan::eval {
-
-namespace {
-
-std::vector<Box> boxesOf(const std::vector<FoundFace>& faces) {
-    std::vector<Box> boxes;
-    boxes.reserve(faces.size());
-    for (const FoundFace& face : faces)
-        boxes.push_back(face.box);
-    return boxes;
-}
-
-} // namespace
 
 PhotoVerdict judge(const std::vector<FoundFace>& found, const LabelledPhoto& labels, double pictureWidth,
                    double pictureHeight, const DetectionRules& rules) {
@@ -102,34 +88,26 @@ bool pointsContradictFaces(const LabelledPhoto& labels, double faceScore) {
 }
 
 void DetectionFigures::add(const std::vector<FoundFace>& found, const LabelledPhoto& labels, double pictureWidth,
-                           double pictureHeight, const DetectionRules& rules, double milliseconds) {
+                           double pictureHeight, const DetectionRules& rules, double milliseconds, bool refused) {
     const PhotoVerdict verdict = judge(found, labels, pictureWidth, pictureHeight, rules);
-    ++photos_;
     milliseconds_.push_back(milliseconds);
-    faces_ += verdict.wanted.size();
-    facesFound_ += static_cast<std::size_t>(std::count(verdict.wantedFound.begin(), verdict.wantedFound.end(), true));
-
+    refused_ += refused ? 1 : 0;
     for (std::size_t w = 0; w < verdict.wanted.size(); ++w) {
-        if (verdict.wantedProfile[w]) {
-            ++profiles_.boxes;
-            profiles_.found += verdict.wantedFound[w] ? 1 : 0;
-        }
+        ++faces_.all;
+        faces_.found += verdict.wantedFound[w] ? 1 : 0;
+        profiles_.all += verdict.wantedProfile[w] ? 1 : 0;
+        profiles_.found += verdict.wantedProfile[w] && verdict.wantedFound[w] ? 1 : 0;
     }
 
-    std::size_t falseHere = 0;
+    const bool empty = labels.faces.empty() && labels.personBoxes.empty() && !labels.personPoints;
+    emptyPhotos_ += empty ? 1 : 0;
     for (std::size_t f = 0; f < found.size(); ++f) {
-        if (verdict.found[f] == Verdict::Ignored)
-            ++ignored_;
+        ignored_ += verdict.found[f] == Verdict::Ignored ? 1 : 0;
         if (verdict.found[f] != Verdict::False)
             continue;
-        ++falseHere;
-        if (sizeOf(found[f].box, rules.measure) < rules.leastSize)
-            ++smallFalsePositives_;
-    }
-    falsePositives_ += falseHere;
-    if (labels.faces.empty() && labels.personBoxes.empty() && !labels.personPoints) {
-        ++emptyPhotos_;
-        emptyFalsePositives_ += falseHere;
+        ++falsePositives_;
+        emptyFalsePositives_ += empty ? 1 : 0;
+        smallFalsePositives_ += sizeOf(found[f].box, rules.measure) < rules.leastSize ? 1 : 0;
     }
 
     if (labels.personPoints) {
@@ -153,118 +131,44 @@ void DetectionFigures::add(const std::vector<FoundFace>& found, const LabelledPh
             boxesOfClass[person.category].push_back(clipped(person.box, pictureWidth, pictureHeight));
     }
     for (const auto& [category, boxes] : boxesOfClass) {
-        const auto assignment = assignBoxes(boxesOf(found), boxes, rules.leastOverlap);
         Count& count = personBoxes_[category];
-        count.boxes += boxes.size();
-        count.found += static_cast<std::size_t>(
-            std::count_if(assignment.begin(), assignment.end(), [](const auto& box) { return box.has_value(); }));
+        count.all += boxes.size();
+        for (const auto& box : assignBoxes(boxesOf(found), boxes, rules.leastOverlap))
+            count.found += box ? 1 : 0;
     }
 }
 
-void DetectionFigures::add(const DetectionFigures& other) {
-    photos_ += other.photos_;
-    faces_ += other.faces_;
-    facesFound_ += other.facesFound_;
-    falsePositives_ += other.falsePositives_;
-    smallFalsePositives_ += other.smallFalsePositives_;
-    ignored_ += other.ignored_;
-    emptyPhotos_ += other.emptyPhotos_;
-    emptyFalsePositives_ += other.emptyFalsePositives_;
-    refused_ += other.refused_;
-    pointFacesMissed_ += other.pointFacesMissed_;
-    pointFacesContradicted_ += other.pointFacesContradicted_;
-    pointErrors_.insert(pointErrors_.end(), other.pointErrors_.begin(), other.pointErrors_.end());
-    contradictedErrors_.insert(contradictedErrors_.end(), other.contradictedErrors_.begin(),
-                               other.contradictedErrors_.end());
-    for (std::size_t k = 0; k < pointErrorSums_.size(); ++k)
-        pointErrorSums_[k] += other.pointErrorSums_[k];
-    milliseconds_.insert(milliseconds_.end(), other.milliseconds_.begin(), other.milliseconds_.end());
-    profiles_.boxes += other.profiles_.boxes;
-    profiles_.found += other.profiles_.found;
-    for (const auto& [category, count] : other.personBoxes_) {
-        personBoxes_[category].boxes += count.boxes;
-        personBoxes_[category].found += count.found;
-    }
-}
-
-double DetectionFigures::recall() const {
-    return faces_ == 0 ? 1 : static_cast<double>(facesFound_) / static_cast<double>(faces_);
-}
-
-double DetectionFigures::falsePositivesPerPhoto() const {
-    return photos_ == 0 ? 0 : static_cast<double>(falsePositives_) / static_cast<double>(photos_);
-}
-
-double DetectionFigures::pointErrorMean() const {
-    return mean(pointErrors_);
-}
-
-double DetectionFigures::pointErrorMeanOfAll() const {
-    std::vector<double> all = pointErrors_;
-    all.insert(all.end(), contradictedErrors_.begin(), contradictedErrors_.end());
-    return mean(all);
-}
-
-double DetectionFigures::pointErrorMedian() const {
-    return median(pointErrors_);
-}
-
-std::array<double, 5> DetectionFigures::pointErrorOfEach() const {
-    std::array<double, 5> result = pointErrorSums_;
-    for (double& value : result)
+Json DetectionFigures::toJson() const {
+    std::vector<double> allErrors = pointErrors_;
+    allErrors.insert(allErrors.end(), contradictedErrors_.begin(), contradictedErrors_.end());
+    std::array<double, 5> errorOfEach = pointErrorSums_;
+    for (double& value : errorOfEach)
         value = pointErrors_.empty() ? 0 : value / static_cast<double>(pointErrors_.size());
-    return result;
-}
-
-double DetectionFigures::millisecondsMean() const {
-    return mean(milliseconds_);
-}
-
-double DetectionFigures::millisecondsMedian() const {
-    return median(milliseconds_);
-}
-
-nlohmann::ordered_json DetectionFigures::toJson() const {
-    nlohmann::ordered_json people = nlohmann::ordered_json::object();
+    Json people = Json::object();
     for (const auto& [category, count] : personBoxes_)
-        people[category] = {{"boxes", count.boxes}, {"found", count.found}};
-    return {{"photos", photos_},
-            {"faces", faces_},
-            {"facesFound", facesFound_},
-            {"recall", recall()},
+        people[category] = {{"boxes", count.all}, {"found", count.found}};
+    return {{"photos", photos()},
+            {"faces", faces_.all},
+            {"facesFound", faces_.found},
+            {"recall", ratio(faces_.found, faces_.all).value_or(1)},
             {"falsePositives", falsePositives_},
-            {"falsePositivesPerPhoto", falsePositivesPerPhoto()},
+            {"falsePositivesPerPhoto", ratio(falsePositives_, photos()).value_or(0)},
             {"smallFalsePositives", smallFalsePositives_},
             {"ignored", ignored_},
             {"emptyPhotos", emptyPhotos_},
             {"emptyFalsePositives", emptyFalsePositives_},
             {"refused", refused_},
-            {"pointFaces", pointFaces()},
+            {"pointFaces", pointErrors_.size() + pointFacesMissed_},
             {"pointFacesMissed", pointFacesMissed_},
             {"pointFacesContradicted", pointFacesContradicted_},
-            {"pointErrorMean", pointErrorMean()},
-            {"pointErrorMeanOfAll", pointErrorMeanOfAll()},
-            {"pointErrorMedian", pointErrorMedian()},
-            {"pointErrorOfEach", pointErrorOfEach()},
-            {"millisecondsMean", millisecondsMean()},
-            {"millisecondsMedian", millisecondsMedian()},
-            {"profiles", {{"faces", profiles_.boxes}, {"found", profiles_.found}}},
+            {"pointErrorMean", mean(pointErrors_)},
+            {"pointErrorMeanOfAll", mean(allErrors)},
+            {"pointErrorMedian", median(pointErrors_)},
+            {"pointErrorOfEach", errorOfEach},
+            {"millisecondsMean", mean(milliseconds_)},
+            {"millisecondsMedian", median(milliseconds_)},
+            {"profiles", {{"faces", profiles_.all}, {"found", profiles_.found}}},
             {"personBoxes", people}};
-}
-
-LabelledPhoto scaled(const LabelledPhoto& labels, double sx, double sy) {
-    LabelledPhoto result = labels;
-    for (TeacherFace& face : result.faces) {
-        face.box = scaled(face.box, sx, sy);
-        face.points = scaled(face.points, sx, sy);
-    }
-    for (PersonBox& person : result.personBoxes)
-        person.box = scaled(person.box, sx, sy);
-    if (result.personPoints) {
-        for (Point& point : *result.personPoints)
-            point = {(point.x + 0.5) * sx - 0.5, (point.y + 0.5) * sy - 0.5};
-    }
-    return result;
 }
 
 } // namespace veldan::eval

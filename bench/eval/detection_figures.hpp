@@ -1,11 +1,10 @@
 #ifndef VELDAN_EVAL_DETECTION_FIGURES_HPP
 #define VELDAN_EVAL_DETECTION_FIGURES_HPP
 
-#include "geometry.hpp"
 #include "labels.hpp"
+#include "tables.hpp"
 
-#include <nlohmann/json_fwd.hpp>
-
+#include <array>
 #include <cstddef>
 #include <map>
 #include <string>
@@ -48,8 +47,8 @@ struct PhotoVerdict {
 };
 
 /**
- * Compares the faces found in a photo with its labels; both in the same pixels, pictureWidth x pictureHeight being the
- * picture in which the faces were looked for.
+ * Compares the faces found in a photo with its labels; both in the same pixels, those of the picture in which the faces
+ * were looked for.
  *
  * To be found are the teacher's faces of faceScore and leastSize or more. Each is given to at most one found face, the
  * pair with the best overlap first. A found face left over is ignored when it overlaps an uncertain label, a label that
@@ -78,60 +77,34 @@ PointError pointError(const std::vector<FoundFace>& found, const FivePoints& tru
  */
 bool pointsContradictFaces(const LabelledPhoto& labels, double faceScore);
 
-/** Sums over photos; figures are computed from sums, so that packs can be added up. */
+/** Figures over photos. */
 class DetectionFigures {
 public:
-    /** Adds one photo. The labels are in the same pixels as the found faces. */
+    /**
+     * Adds one photo; labels are in the same pixels as the found faces. refused: the library did not take the picture,
+     * so nothing was found.
+     */
     void add(const std::vector<FoundFace>& found, const LabelledPhoto& labels, double pictureWidth,
-             double pictureHeight, const DetectionRules& rules, double milliseconds);
-    /** Counts a photo that the library refused; its faces have been added as not found. */
-    void addRefused() { ++refused_; }
-    void add(const DetectionFigures& other);
+             double pictureHeight, const DetectionRules& rules, double milliseconds, bool refused = false);
 
-    std::size_t photos() const { return photos_; }
-    std::size_t faces() const { return faces_; }
-    std::size_t facesFound() const { return facesFound_; }
-    /** Share of the faces that were found; 1 when there are none. */
-    double recall() const;
-    std::size_t falsePositives() const { return falsePositives_; }
-    double falsePositivesPerPhoto() const;
-    /** False positives smaller than the smallest face that counts. */
-    std::size_t smallFalsePositives() const { return smallFalsePositives_; }
-    std::size_t ignored() const { return ignored_; }
-    /** Photos without any label, and the false positives on them. */
-    std::size_t emptyPhotos() const { return emptyPhotos_; }
-    std::size_t emptyFalsePositives() const { return emptyFalsePositives_; }
-    std::size_t refused() const { return refused_; }
+    std::size_t photos() const { return milliseconds_.size(); }
 
-    std::size_t pointFaces() const { return pointErrors_.size() + pointFacesMissed_; }
-    std::size_t pointFacesMissed() const { return pointFacesMissed_; }
-    /** Faces whose points contradict the other labels; they are not judged and in none of the other counts. */
-    std::size_t pointFacesContradicted() const { return pointFacesContradicted_; }
-    /** The mean error with those faces in it, whose points are wrong: how much leaving them out matters. */
-    double pointErrorMeanOfAll() const;
-    /** Mean and median error of the points, as a share of the eye distance; 0 when no face was matched. */
-    double pointErrorMean() const;
-    double pointErrorMedian() const;
-    std::array<double, 5> pointErrorOfEach() const;
-
-    double millisecondsMean() const;
-    double millisecondsMedian() const;
-
-    /** Boxes set by people, of the least size and more: how many there are of each class, and how many were found. */
-    struct Count {
-        std::size_t boxes = 0;
-        std::size_t found = 0;
-    };
-    const std::map<std::string, Count>& personBoxes() const { return personBoxes_; }
-    /** Those of the faces that are turned far to the side (isProfile). */
-    const Count& profiles() const { return profiles_; }
-
-    nlohmann::ordered_json toJson() const;
+    /**
+     * Faces whose points contradict the other labels (pointFacesContradicted) are in none of the other figures but
+     * pointErrorMeanOfAll, which tells how much leaving them out matters. Errors are shares of the eye distance.
+     * personBoxes: boxes set by people, of the least size and more, and how many of them were found.
+     */
+    Json toJson() const;
 
 private:
-    std::size_t photos_ = 0;
-    std::size_t faces_ = 0;
-    std::size_t facesFound_ = 0;
+    struct Count {
+        std::size_t all = 0;
+        std::size_t found = 0;
+    };
+
+    Count faces_;
+    Count profiles_;
+    std::map<std::string, Count> personBoxes_;
     std::size_t falsePositives_ = 0;
     std::size_t smallFalsePositives_ = 0;
     std::size_t ignored_ = 0;
@@ -144,15 +117,7 @@ private:
     std::vector<double> contradictedErrors_;
     std::array<double, 5> pointErrorSums_{};
     std::vector<double> milliseconds_;
-    std::map<std::string, Count> personBoxes_;
-    Count profiles_;
 };
-
-/**
- * The labels in the pixels of a picture that is sx times as wide and sy times as high. Points that people set name a
- * pixel, so it is the middle of the pixel that is scaled; boxes are measured from pixel edges.
- */
-LabelledPhoto scaled(const LabelledPhoto& labels, double sx, double sy);
 
 } // namespace veldan::eval
 

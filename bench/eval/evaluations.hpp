@@ -1,11 +1,10 @@
 #ifndef VELDAN_EVAL_EVALUATIONS_HPP
 #define VELDAN_EVAL_EVALUATIONS_HPP
 
-#include <functional>
+#include <CLI/CLI.hpp>
 
-namespace CLI {
-class App;
-}
+#include <functional>
+#include <memory>
 
 namespace veldan::eval {
 
@@ -16,6 +15,12 @@ void addMaskEvaluation(CLI::App& app, std::function<void()>& action);
 void addQualityEvaluation(CLI::App& app, std::function<void()>& action);
 void addLivenessEvaluation(CLI::App& app, std::function<void()>& action);
 void addVerifyEvaluation(CLI::App& app, std::function<void()>& action);
+
+/** Lets a subcommand store the run of an Evaluation, which is made of the options. */
+template <class Evaluation, class Options>
+void onChoice(CLI::App& command, std::function<void()>& action, const std::shared_ptr<Options>& options) {
+    command.callback([options, &action] { action = [options] { Evaluation(*options).run(); }; });
+}
 
 } // namespace veldan::eval
 

@@ -29,7 +29,7 @@ struct Box {
 enum class SizeMeasure { Geometric, Longer, Shorter };
 
 /** Geometric: root of width x height. */
-double sizeOf(const Box& box, SizeMeasure measure);
+double sizeOf(const Box& box, SizeMeasure measure = SizeMeasure::Geometric);
 
 /** Intersection over union; 0 when the boxes do not overlap. */
 double overlap(const Box& a, const Box& b);
@@ -49,6 +49,39 @@ Point centroid(const FivePoints& points);
  */
 std::vector<std::optional<std::size_t>> assignBoxes(const std::vector<Box>& found, const std::vector<Box>& wanted,
                                                     double leastOverlap);
+
+/** The square of a picture that alignment cuts out, where its corners (0, 0) and (112, 112) lie in the picture. */
+struct CropSquare {
+    Point first;
+    Point second;
+    double side = 0;
+    /** How far the face is turned clockwise, in degrees, -180 to 180. */
+    double angle = 0;
+};
+
+/** The boxes of things that have one. */
+template <class T>
+std::vector<Box> boxesOf(const std::vector<T>& things) {
+    std::vector<Box> boxes;
+    for (const T& thing : things)
+        boxes.push_back(thing.box);
+    return boxes;
+}
+
+/**
+ * The square of the five-point alignment to 112 x 112, computed apart from the library, which tells nobody where its
+ * crops lie. Nothing when all points are equal or mirrored so that no square fits.
+ */
+std::optional<CropSquare> alignedSquare(const FivePoints& points);
+
+/** Mean distance of the two corners from those of another square, as a share of the side of that one. */
+double cornerError(Point first, Point second, const CropSquare& truth);
+
+/**
+ * How far the square about a box reaches out of the picture: the two-point engine gives its points shifted to the right
+ * and down by this much. 0 when the square lies inside. Boxes are those of the library, whole pixels.
+ */
+int shiftOfPoints(int x, int y, int width, int height, int pictureWidth, int pictureHeight);
 
 } // namespace veldan::eval
 

@@ -1,17 +1,12 @@
-#include "alignment.hpp"
-#include "error_pictures.hpp"
 #include "evaluations.hpp"
-#include "library.hpp"
 #include "liveness_figures.hpp"
-#include "liveness_sources.hpp"
-#include "pack_photos.hpp"
-#include "photo_source.hpp"
+#include "photos.hpp"
 #include "statistics.hpp"
-#include "text_table.hpp"
 
-#include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
-#include <opencv2/core.hpp>
+#include <veldan/spoof_detection.hpp>
+#include <veldan/thresholds.h>
+
+#include <opencv2/dnn.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
@@ -19,11 +14,16 @@
 #include <filesystem>
 #include <iostream>
 #include <iterator>
-#include <memory>
 #include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
+
+namespace veldan {
+
+/** The engine's friend: lets a measurement put another network in. */
+struct EngineAccess {
+    static cv::dnn::Net& visible(vdSpoofDetection& engine) { return engine.rgbNet; }
+};
+
+} // namespace veldan
 
 namespace veldan::eval {
 
@@ -31,7 +31,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Options {
+struct Options : CommonOptions {
     std::string attacks;
     std::string spoof;
     std::string set = "set2";
@@ -40,26 +40,7 @@ struct Options {
     std::string network;
     std::string foldNetworks;
     std::size_t track = 15;
-    int threshold = 50;
-    int threads = 1;
-    std::string dumpFalse;
-    bool json = false;
-};
-
-/** Photos that are judged together, and their figures. */
-struct Section {
-    std::string name;
-    std::vector<LivenessPhoto> photos;
-    /** Of the missed photos, those where the found face lies on its side or upside down. */
-    std::size_t turned = 0;
-};
-
-/** A source, photo by photo and over tracks. */
-struct SourceSection {
-    std::string name;
-    std::vector<SourcePhoto> photos;
-    LivenessFigures figures;
-    LivenessFigures tracks;
+    int threshold = VELDAN_LIVE;
 };
 
 constexpr int cropSide = 320;         // longer side of a tight crop in the frame made for it
@@ -102,171 +83,140 @@ public:
     explicit LivenessEvaluation(const Options& options) : options_(options) {}
 
     void run() {
-        cv::setNumThreads(options_.threads);
-        if (!options_.dumpFalse.empty())
-            fs::create_directories(options_.dumpFalse);
+        options_.prepare();
         if (!options_.network.empty())
-            library_.useLivenessNetwork(options_.network);
+            useNetwork(options_.network);
+        document_ = {{"settings",
+                      {{"attacks", options_.attacks},
+                       {"spoof", options_.spoof},
+                       {"set", options_.set},
+                       {"threshold", options_.threshold}}},
+                     {"sections", Json::array()}};
         if (!options_.attacks.empty())
             evaluateMade();
         if (!options_.spoof.empty()) {
-            Section real = {"real photos, " + options_.set,
-                            readSpoofPhotos(fs::path(options_.spoof) / "photos.csv", options_.set), 0};
-            score(options_.spoof, real, "real");
-            sections_.push_back(std::move(real));
+            std::vector<LivenessPhoto> photos = readSpoofPhotos(fs::path(options_.spoof) / "photos.csv", options_.set);
+            const std::string name = "real photos, " + options_.set;
+            addSection(name, photos, score(options_.spoof, name, photos, "real"));
         }
         if (!options_.sources.empty())
             evaluateSources();
-        for (const Section& section : sections_) {
-            if (section.photos.empty())
-                throw std::runtime_error("no photos for: " + section.name);
-        }
         if (options_.json)
-            printJson();
+            std::cout << document_.dump(2) << '\n';
         else
-            printTables();
+            print();
     }
 
 private:
+    /** From now on visible light is judged by the network in this file instead of the library's own. */
+    void useNetwork(const fs::path& file) {
+        if (!other_) {
+            other_ = std::make_unique<vdSpoofDetection>();
+            if (const int code = other_->vdSpoofInitAlg(nullptr); code != 0)
+                throw Error("liveness", code);
+        }
+        try {
+            EngineAccess::visible(*other_) = cv::dnn::readNetFromTensorflow(file.string());
+        } catch (const cv::Exception& error) {
+            throw std::runtime_error(file.string() + ": " + error.what());
+        }
+    }
+
+    /** Writes liveness; the mask's score decides how the face is aligned. */
+    void judge(cv::Mat& picture, VDFACEINFOEX& face, bool infrared) {
+        library_.judgeMask(viewOf(picture), {&face, 1});
+        if (infrared)
+            library_.judgeNearInfraredLiveness(viewOf(picture), {&face, 1});
+        else if (!other_)
+            library_.judgeLiveness(viewOf(picture), {&face, 1});
+        else if (const int code = other_->vdSpoofRGBEvaluation(picture.data, picture.cols, picture.rows, 1, &face);
+                 code != 0)
+            throw Error("liveness", code);
+    }
+
+    /** turned: of the missed photos, those where the found face lies on its side or upside down. */
+    void addSection(const std::string& name, const std::vector<LivenessPhoto>& photos, std::size_t turned) {
+        if (photos.empty())
+            throw std::runtime_error("no photos for: " + name);
+        Json section = {{"name", name}, {"photos", photos.size()}, {"turned", turned}};
+        section.update(livenessFigures(photos, options_.threshold));
+        document_["sections"].push_back(section);
+    }
+
     void evaluateMade() {
         const std::vector<LivenessPhoto> all = readAttackPhotos(fs::path(options_.attacks) / "photos.csv");
         if (all.empty())
             throw std::runtime_error(options_.attacks + ": no photos in the list");
         for (const bool infrared : {false, true}) {
-            const std::string light = infrared ? "near-infrared" : "visible light";
-            Section section{"made photos, " + light, {}, 0};
-            std::copy_if(all.begin(), all.end(), std::back_inserter(section.photos),
+            const std::string name = infrared ? "made photos, near-infrared" : "made photos, visible light";
+            std::vector<LivenessPhoto> photos;
+            std::copy_if(all.begin(), all.end(), std::back_inserter(photos),
                          [&](const LivenessPhoto& photo) { return photo.infrared == infrared; });
-            if (section.photos.empty())
+            if (photos.empty())
                 continue;
-            score(options_.attacks, section, infrared ? "infrared" : "visible");
-            Section unseen{section.name + ", only attacks kept out of training", section.photos, section.turned};
+            const std::size_t turned = score(options_.attacks, name, photos, infrared ? "infrared" : "visible");
+            addSection(name, photos, turned);
             const auto known = [](const LivenessPhoto& photo) { return photo.attack && !photo.heldOut; };
-            unseen.photos.erase(std::remove_if(unseen.photos.begin(), unseen.photos.end(), known), unseen.photos.end());
-            const bool anyAttack = std::any_of(unseen.photos.begin(), unseen.photos.end(),
-                                               [](const LivenessPhoto& photo) { return photo.attack; });
-            sections_.push_back(std::move(section));
-            if (anyAttack)
-                sections_.push_back(std::move(unseen));
+            photos.erase(std::remove_if(photos.begin(), photos.end(), known), photos.end());
+            if (std::any_of(photos.begin(), photos.end(), [](const LivenessPhoto& photo) { return photo.attack; }))
+                addSection(name + ", only attacks kept out of training", photos, turned);
         }
     }
 
     void evaluateSources() {
         const fs::path folder = options_.sources;
         for (const std::string& name : sourcesIn(folder)) {
-            SourceSection section{name, readSource(folder, name, options_.review), {}, {}};
+            std::vector<SourcePhoto> photos = readSource(folder, name, options_.review);
             if (!options_.foldNetworks.empty())
-                library_.useLivenessNetwork(fs::path(options_.foldNetworks) / (name + ".pb"));
+                useNetwork(fs::path(options_.foldNetworks) / (name + ".pb"));
             const std::unique_ptr<PhotoSource> source = openPhotos(folder, name);
             cv::Mat before;
             std::size_t seen = 0;
-            for (SourcePhoto& one : section.photos) {
-                showProgress(name, ++seen, section.photos.size());
-                cv::Mat crop = decodePicture(source->read(one.photo.file), one.photo.file);
+            std::vector<LivenessPhoto> single;
+            for (SourcePhoto& one : photos) {
+                showProgress(name, ++seen, photos.size());
+                cv::Mat crop = source->picture(one.photo.file);
                 if (one.turns > 0)
                     cv::rotate(crop, crop, one.turns - 1);
                 const cv::Mat now = outline(crop);
                 one.continues = !before.empty() && now.dot(before) >= sameRecording;
                 before = now;
                 cv::Mat frame = frameAround(crop);
-                Library::Answer answer = library_.detect(frame);
-                if (answer.faces.empty() || !upright(answer.faces[0]))
-                    continue;
-                library_.scoreMask(frame, answer.faces[0]);
-                library_.scoreLiveness(frame, answer.faces[0]);
-                one.photo.score = answer.faces[0].liveness;
-                dump(name, one.photo, frame, answer.faces[0]);
+                std::vector<VDFACEINFOEX> faces = detect(library_, frame);
+                if (!faces.empty() && upright(faces[0])) {
+                    judge(frame, faces[0], false);
+                    one.photo.score = faces[0].liveness;
+                    dump(name, one.photo, frame, faces[0]);
+                }
+                single.push_back(one.photo);
             }
-            std::vector<LivenessPhoto> photos;
-            for (const SourcePhoto& one : section.photos)
-                photos.push_back(one.photo);
-            section.figures = livenessFigures(photos, options_.threshold);
-            section.tracks = livenessFigures(medianOverTracks(section.photos, options_.track), options_.threshold);
-            sources_.push_back(std::move(section));
+            const std::vector<LivenessPhoto> tracks = medianOverTracks(photos, options_.track);
+            document_["sources"].push_back(named(name, livenessFigures(single, options_.threshold), "source"));
+            document_["tracks"].push_back(named(name, livenessFigures(tracks, options_.threshold), "source"));
         }
     }
 
-    static std::vector<std::string> rowOf(const std::string& name, const LivenessFigures& figures) {
-        std::size_t live = 0;
-        std::size_t attacks = 0;
-        std::size_t missed = 0;
-        for (const KindErrors& kind : figures.kinds) {
-            (kind.attack ? attacks : live) += kind.photos;
-            missed += kind.missed;
-        }
-        return {name,
-                text(live),
-                text(attacks),
-                text(missed),
-                text(figures.rates.apcer, 3),
-                text(figures.rates.bpcer, 3),
-                text(figures.rates.acer(), 3),
-                text(figures.area, 3)};
-    }
-
-    void printSources(const std::string& heading, LivenessFigures SourceSection::*figures) const {
-        std::cout << '\n' << heading << "\n\n";
-        TextTable table({"source", "live", "attacks", "not found", "APCER", "BPCER", "ACER", "AUC"});
-        for (const SourceSection& section : sources_)
-            table.add(rowOf(section.name, section.*figures));
-        const SourceSummary all = summary(figures);
-        table.add({"mean", "", "", "", "", "", text(all.meanAcer, 3), text(all.meanArea, 3)});
-        table.add({"worst", "", "", "", "", "", text(all.worstAcer, 3), text(all.worstArea, 3)});
-        table.print(std::cout);
-    }
-
-    /** Over the sources that have both classes. */
-    struct SourceSummary {
-        std::optional<double> meanAcer, worstAcer, meanArea, worstArea;
-    };
-
-    SourceSummary summary(LivenessFigures SourceSection::*figures) const {
-        std::vector<double> errors;
-        std::vector<double> areas;
-        for (const SourceSection& section : sources_) {
-            if (const std::optional<double> error = (section.*figures).rates.acer()) {
-                errors.push_back(*error);
-                areas.push_back((section.*figures).area.value_or(0));
-            }
-        }
-        if (errors.empty())
-            return {};
-        return {mean(errors), *std::max_element(errors.begin(), errors.end()), mean(areas),
-                *std::min_element(areas.begin(), areas.end())};
-    }
-
-    nlohmann::ordered_json sourcesJson(LivenessFigures SourceSection::*figures) const {
-        nlohmann::ordered_json rows = nlohmann::ordered_json::array();
-        for (const SourceSection& section : sources_) {
-            nlohmann::ordered_json row = {{"source", section.name}};
-            row.update((section.*figures).toJson());
-            rows.push_back(row);
-        }
-        return rows;
-    }
-
-    void score(const std::string& folder, Section& section, const std::string& prefix) {
+    /** @return how many faces are turned and so without a score */
+    std::size_t score(const std::string& folder, const std::string& what, std::vector<LivenessPhoto>& photos,
+                      const std::string& prefix) {
         const std::unique_ptr<PhotoSource> source = openListedPhotos(folder);
         std::size_t seen = 0;
-        for (LivenessPhoto& photo : section.photos) {
-            showProgress(section.name, ++seen, section.photos.size());
-            cv::Mat picture = decodePicture(source->read(photo.file), photo.file);
-            Library::Answer answer = library_.detect(picture);
-            if (answer.faces.empty())
+        std::size_t turned = 0;
+        for (LivenessPhoto& photo : photos) {
+            showProgress(what, ++seen, photos.size());
+            cv::Mat picture = source->picture(photo.file);
+            std::vector<VDFACEINFOEX> faces = detect(library_, picture);
+            if (faces.empty())
                 continue;
-            VDFACEINFOEX& face = answer.faces[0];
-            if (!upright(face)) {
-                ++section.turned;
+            if (!upright(faces[0])) {
+                ++turned;
                 continue;
             }
-            library_.scoreMask(picture, face); // it decides how the face is aligned
-            if (photo.infrared)
-                library_.scoreInfraredLiveness(picture, face);
-            else
-                library_.scoreLiveness(picture, face);
-            photo.score = face.liveness;
-            dump(prefix, photo, picture, face);
+            judge(picture, faces[0], photo.infrared);
+            photo.score = faces[0].liveness;
+            dump(prefix, photo, picture, faces[0]);
         }
+        return turned;
     }
 
     void dump(const std::string& prefix, const LivenessPhoto& photo, const cv::Mat& picture,
@@ -279,71 +229,102 @@ private:
                         (face.maskScore >= 40 ? ", aligned as masked" : ""));
     }
 
-    void printTables() const {
+    void print() const {
         std::cout
             << "Live from a score of " << options_.threshold
             << " on. APCER: share of attacks taken as live, over all kinds; BPCER: share of live faces taken as\n"
                "attacks; ACER: their mean; AUC: how often a live face scores higher than an attack. The largest face\n"
                "of a photo is judged, aligned by its mask score. Photos without an upright face are in no rate.\n";
-        for (const Section& section : sections_)
-            printSection(section, livenessFigures(section.photos, options_.threshold));
-        if (!sources_.empty()) {
-            printSources("Sources, each photo by itself", &SourceSection::figures);
+        for (const Json& section : document_["sections"])
+            printSection(section);
+        if (document_.contains("sources")) {
+            printSources("Sources, each photo by itself", document_["sources"]);
             printSources("Sources, the median over up to " + std::to_string(options_.track) + " consecutive frames",
-                         &SourceSection::tracks);
+                         document_["tracks"]);
         }
     }
 
-    void printSection(const Section& section, const LivenessFigures& figures) const {
+    static void printSection(const Json& section) {
+        Json kinds = section["kinds"];
         std::size_t missed = 0;
-        for (const KindErrors& kind : figures.kinds)
-            missed += kind.missed;
+        for (Json& kind : kinds) {
+            missed += kind["missed"].get<std::size_t>();
+            kind["training"] = kind["heldOut"] == true ? "kept out" : "";
+        }
+        const auto rate = [&](const char* name) {
+            const Json& value = section[name];
+            return percent(value.is_null() ? std::nullopt : std::optional<double>(value.get<double>()));
+        };
+        const auto worst = section["worstKind"].get<std::string>();
         std::cout << '\n'
-                  << section.name << ": " << section.photos.size() << " photos, without an upright face " << missed
-                  << " (of them with a turned one " << section.turned << ")\n"
-                  << "APCER " << percent(figures.rates.apcer) << " %, worst kind " << percent(figures.apcerOfWorst)
-                  << " %" << (figures.worstKind.empty() ? "" : " (" + figures.worstKind + ")") << ", BPCER "
-                  << percent(figures.rates.bpcer) << " %, ACER " << percent(figures.rates.acer()) << " %, AUC "
-                  << text(figures.area, 4) << "\n\n";
-        TextTable kinds({"kind", "class", "training", "judged", "not found", "wrong", "%"});
-        for (const KindErrors& kind : figures.kinds) {
-            kinds.add({kind.kind, kind.attack ? "attack" : "live", kind.heldOut ? "kept out" : "", text(kind.photos),
-                       text(kind.missed), text(kind.wrong), percent(kind.rate())});
-        }
-        kinds.print(std::cout);
+                  << section["name"].get<std::string>() << ": " << section["photos"]
+                  << " photos, without an upright face " << missed << " (of them with a turned one "
+                  << section["turned"] << ")\n"
+                  << "APCER " << rate("apcer") << " %, worst kind " << rate("apcerOfWorst") << " %"
+                  << (worst.empty() ? "" : " (" + worst + ")") << ", BPCER " << rate("bpcer") << " %, ACER "
+                  << rate("acer") << " %, AUC "
+                  << (section["auc"].is_null() ? "-" : text(section["auc"].get<double>(), 4)) << "\n\n";
+        printTable(std::cout,
+                   {{"kind", "/kind"},
+                    {"class", "/class"},
+                    {"training", "/training"},
+                    {"judged", "/photos"},
+                    {"not found", "/missed"},
+                    {"wrong", "/wrong"},
+                    percentColumn("%", "/rate")},
+                   kinds);
         std::cout << '\n';
-        TextTable table({"threshold", "APCER %", "BPCER %", "ACER %"});
-        for (const LivenessRates& rates : figures.table) {
-            table.add(
-                {std::to_string(rates.threshold), percent(rates.apcer), percent(rates.bpcer), percent(rates.acer())});
-        }
-        table.print(std::cout);
+        printTable(std::cout,
+                   {{"threshold", "/threshold"},
+                    percentColumn("APCER %", "/apcer"),
+                    percentColumn("BPCER %", "/bpcer"),
+                    percentColumn("ACER %", "/acer")},
+                   section["thresholds"]);
     }
 
-    void printJson() const {
-        nlohmann::ordered_json document = {{"settings",
-                                            {{"attacks", options_.attacks},
-                                             {"spoof", options_.spoof},
-                                             {"set", options_.set},
-                                             {"threshold", options_.threshold}}},
-                                           {"sections", nlohmann::ordered_json::array()}};
-        for (const Section& section : sections_) {
-            nlohmann::ordered_json entry = {
-                {"name", section.name}, {"photos", section.photos.size()}, {"turned", section.turned}};
-            entry.update(livenessFigures(section.photos, options_.threshold).toJson());
-            document["sections"].push_back(entry);
+    /** With the mean and the worst of the sources that have both classes. */
+    static void printSources(const std::string& heading, const Json& sources) {
+        Json rows = sources;
+        std::vector<double> errors;
+        std::vector<double> areas;
+        for (Json& row : rows) {
+            const Json kinds = row["kinds"]; // a copy: the row grows
+            for (const Json& kind : kinds) {
+                const std::string group = kind["class"].get<std::string>();
+                row[group] = row.value(group, std::size_t{0}) + kind["photos"].get<std::size_t>();
+                row["missed"] = row.value("missed", std::size_t{0}) + kind["missed"].get<std::size_t>();
+            }
+            for (const char* group : {"live", "attack"})
+                row[group] = row.value(group, std::size_t{0});
+            if (row["acer"].is_null())
+                continue;
+            errors.push_back(row["acer"].get<double>());
+            areas.push_back(row["auc"].is_null() ? 0 : row["auc"].get<double>());
         }
-        if (!sources_.empty()) {
-            document["sources"] = sourcesJson(&SourceSection::figures);
-            document["tracks"] = sourcesJson(&SourceSection::tracks);
-        }
-        std::cout << document.dump(2) << '\n';
+        const bool any = !errors.empty();
+        rows.push_back({{"source", "mean"},
+                        {"acer", any ? Json(mean(errors)) : Json()},
+                        {"auc", any ? Json(mean(areas)) : Json()}});
+        rows.push_back({{"source", "worst"},
+                        {"acer", any ? Json(*std::max_element(errors.begin(), errors.end())) : Json()},
+                        {"auc", any ? Json(*std::min_element(areas.begin(), areas.end())) : Json()}});
+        std::cout << '\n' << heading << "\n\n";
+        printTable(std::cout,
+                   {{"source", "/source"},
+                    {"live", "/live"},
+                    {"attacks", "/attack"},
+                    {"not found", "/missed"},
+                    {"APCER", "/apcer", 3},
+                    {"BPCER", "/bpcer", 3},
+                    {"ACER", "/acer", 3},
+                    {"AUC", "/auc", 3}},
+                   rows);
     }
 
     const Options& options_;
-    Library library_;
-    std::vector<Section> sections_;
-    std::vector<SourceSection> sources_;
+    Instance library_;
+    std::unique_ptr<vdSpoofDetection> other_;
+    Json document_;
 };
 
 } // namespace
@@ -357,7 +338,7 @@ void addLivenessEvaluation(CLI::App& app, std::function<void()>& action) {
     CLI::Option* spoof = command->add_option(
         "--spoof", options->spoof, "Folder with real photos of attacks: photos.csv (file,set,class) and photos.zip");
     spoof->check(CLI::ExistingDirectory)->type_name("FOLDER");
-    command->add_option("--set", options->set, "The set of --spoof; set1 is for training")->capture_default_str();
+    command->add_option("--set", options->set, "The set of --spoof; set1 is for training");
     CLI::Option* sources = command->add_option(
         "--sources", options->sources,
         "Folder with collections of tight crops, attack_*.csv (file,source,class,split) and a folder of photos each");
@@ -368,8 +349,7 @@ void addLivenessEvaluation(CLI::App& app, std::function<void()>& action) {
         ->check(CLI::ExistingFile)
         ->type_name("FILE");
     command->add_option("--track", options->track, "Frames of --sources that are judged together by their median")
-        ->check(CLI::PositiveNumber)
-        ->capture_default_str();
+        ->check(CLI::PositiveNumber);
     CLI::Option* network = command->add_option("--network", options->network,
                                                "A network file for visible light in place of the library's own");
     network->check(CLI::ExistingFile)->type_name("FILE");
@@ -381,12 +361,8 @@ void addLivenessEvaluation(CLI::App& app, std::function<void()>& action) {
         ->excludes(network)
         ->type_name("FOLDER");
     command->add_option("--threshold", options->threshold, "From this score on a face counts as live")
-        ->check(CLI::Range(0, 101))
-        ->capture_default_str();
-    addThreads(*command, options->threads);
-    command->add_option("--dump-false", options->dumpFalse, "Folder for pictures of the faces that were judged wrong")
-        ->type_name("DIR");
-    command->add_flag("--json", options->json, "Print JSON");
+        ->check(CLI::Range(0, 101));
+    addCommonOptions(*command, *options, "Folder for pictures of the faces that were judged wrong");
     command->footer("Photos are measured as they are, those of near-infrared light with the engine for it.\n"
                     "\n"
                     "Example:\n"

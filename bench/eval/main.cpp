@@ -1,13 +1,12 @@
 #include "evaluations.hpp"
 
-#include <CLI/CLI.hpp>
-
 #include <exception>
 #include <iostream>
 
 int main(int argc, char** argv) {
     CLI::App app{"Measures the library on labelled photos.", "veldan_eval"};
     app.require_subcommand(1);
+    app.option_defaults()->always_capture_default();
     std::function<void()> action;
     veldan::eval::addDetectEvaluation(app, action);
     veldan::eval::addCornersEvaluation(app, action);

@@ -1,12 +1,10 @@
 #include "quality_figures.hpp"
 
-#include "csv_table.hpp"
 #include "statistics.hpp"
-
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <set>
 
 namespace veldan::eval {
@@ -49,37 +47,27 @@ std::vector<double> fallsBySource(const Photos& photos) {
     return falls;
 }
 
-std::map<int, DamageFigures::Level> levelsOf(const Photos& photos) {
-    std::map<int, DamageFigures::Level> levels;
-    std::map<int, std::vector<double>> scores;
+std::vector<double> scoresOf(const Photos& photos) {
+    std::vector<double> scores;
     for (const DamagedPhoto* photo : photos) {
-        DamageFigures::Level& level = levels[tenth(photo->level)];
-        ++level.photos;
         if (photo->score)
-            scores[tenth(photo->level)].push_back(*photo->score);
-        else
-            ++level.missed;
+            scores.push_back(*photo->score);
     }
-    for (auto& [place, level] : levels)
-        level.meanScore = mean(scores[place]);
+    return scores;
+}
+
+std::map<int, Photos> byTenths(const Photos& photos) {
+    std::map<int, Photos> levels;
+    for (const DamagedPhoto* photo : photos)
+        levels[tenth(photo->level)].push_back(photo);
     return levels;
 }
 
-std::size_t missedOf(const Photos& photos) {
-    return static_cast<std::size_t>(
-        std::count_if(photos.begin(), photos.end(), [](const DamagedPhoto* photo) { return !photo->score; }));
-}
-
-void setBySource(DamageFigures& figures, const std::vector<double>& falls) {
-    figures.sources = falls.size();
-    if (falls.empty())
-        return;
-    figures.bySource = mean(falls);
-    figures.bySourceMedian = median(falls);
-}
-
-nlohmann::ordered_json json(const std::optional<double>& value) {
-    return value ? nlohmann::ordered_json(*value) : nlohmann::ordered_json();
+/** What all groups of photos tell. */
+Json groupJson(const char* key, const Json& name, const Photos& photos) {
+    const std::vector<double> scores = scoresOf(photos);
+    return {
+        {key, name}, {"photos", photos.size()}, {"missed", photos.size() - scores.size()}, {"meanScore", mean(scores)}};
 }
 
 /** Not more than count of them, evenly over the list. */
@@ -92,46 +80,45 @@ Photos thinned(const Photos& photos, std::size_t count) {
     return result;
 }
 
+void setBySource(Json& figures, const std::vector<double>& falls) {
+    const bool any = !falls.empty();
+    figures["bySource"] = any ? Json(mean(falls)) : Json();
+    figures["bySourceMedian"] = any ? Json(median(falls)) : Json();
+    figures["sources"] = falls.size();
+}
+
 /** The photos of a kind with the undamaged ones that it starts from; the correlations of its sources are added to
  * falls. */
-DamageFigures figuresOf(const std::string& kind, Photos photos, const Photos& undamaged, std::vector<double>& falls) {
+Json figuresOf(const std::string& kind, Photos photos, const Photos& undamaged, std::vector<double>& falls) {
     const bool ownStart =
         std::any_of(photos.begin(), photos.end(), [](const DamagedPhoto* photo) { return photo->level == 0; });
     Photos compared = photos;
     if (!ownStart) {
         std::size_t largest = 0;
-        for (const auto& [place, level] : levelsOf(photos))
-            largest = std::max(largest, level.photos);
+        for (const auto& [place, level] : byTenths(photos))
+            largest = std::max(largest, level.size());
         const Photos start = thinned(undamaged, largest);
         compared.insert(compared.end(), start.begin(), start.end());
         photos.insert(photos.end(), undamaged.begin(), undamaged.end());
     }
-    DamageFigures figures;
-    figures.kind = kind;
-    figures.photos = compared.size();
-    figures.missed = missedOf(compared);
-    figures.pooled = fallOfScore(compared);
-    figures.pooledWithMissed = fallOfScore(compared, 0);
+    Json figures = {{"kind", kind},
+                    {"photos", compared.size()},
+                    {"missed", compared.size() - scoresOf(compared).size()},
+                    {"pooled", fallOfScore(compared)},
+                    {"pooledWithMissed", fallOfScore(compared, 0)}};
     const std::vector<double> here = fallsBySource(photos);
     falls.insert(falls.end(), here.begin(), here.end());
     setBySource(figures, here);
-    figures.levels = levelsOf(photos);
+    figures["levels"] = Json::array();
+    for (const auto& [place, level] : byTenths(photos))
+        figures["levels"].push_back(groupJson("level", place / 10.0, level));
     return figures;
 }
 
-UndamagedFigures undamagedFigures(const std::string& kind, const Photos& photos, int good) {
-    UndamagedFigures figures;
-    figures.kind = kind;
-    figures.photos = photos.size();
-    figures.missed = missedOf(photos);
-    std::vector<double> scores;
-    for (const DamagedPhoto* photo : photos) {
-        if (photo->score)
-            scores.push_back(*photo->score);
-    }
-    figures.good = static_cast<std::size_t>(
-        std::count_if(scores.begin(), scores.end(), [&](double score) { return score >= good; }));
-    figures.meanScore = mean(scores);
+Json undamagedFigures(const std::string& kind, const Photos& photos, int good) {
+    Json figures = groupJson("kind", kind, photos);
+    const std::vector<double> scores = scoresOf(photos);
+    figures["good"] = std::count_if(scores.begin(), scores.end(), [&](double score) { return score >= good; });
     return figures;
 }
 
@@ -148,7 +135,7 @@ std::vector<DamagedPhoto> readDamagedPhotos(const std::filesystem::path& path) {
     return photos;
 }
 
-QualityFigures qualityFigures(const std::vector<DamagedPhoto>& photos, int good) {
+Json qualityFigures(const std::vector<DamagedPhoto>& photos, int good) {
     std::vector<std::string> kinds;
     std::map<std::string, Photos> byKind;
     std::map<std::string, Photos> undamagedByKind;
@@ -165,53 +152,21 @@ QualityFigures qualityFigures(const std::vector<DamagedPhoto>& photos, int good)
         }
     }
 
-    QualityFigures figures;
+    Json figures = {{"damage", Json::array()}, {"undamaged", Json::array()}};
     std::vector<double> falls;
     for (const std::string& kind : kinds) {
         if (undamagedByKind.count(kind) > 0)
-            figures.undamaged.push_back(undamagedFigures(kind, undamagedByKind[kind], good));
-        if (undamagedByKind[kind].size() == byKind[kind].size())
-            continue;
-        figures.damage.push_back(figuresOf(kind, byKind[kind], undamagedByKind[noDamage], falls));
+            figures["undamaged"].push_back(undamagedFigures(kind, undamagedByKind[kind], good));
+        if (undamagedByKind[kind].size() != byKind[kind].size())
+            figures["damage"].push_back(figuresOf(kind, byKind[kind], undamagedByKind[noDamage], falls));
     }
     // Each source with each kind by itself, though several were made from one photo.
     const std::vector<double> series = falls;
-    DamageFigures total = figuresOf("all", all, {}, falls);
+    Json total = figuresOf("all", all, {}, falls);
     setBySource(total, series);
-    figures.damage.push_back(total);
-    figures.undamaged.push_back(undamagedFigures("all", undamaged, good));
+    figures["damage"].push_back(total);
+    figures["undamaged"].push_back(undamagedFigures("all", undamaged, good));
     return figures;
-}
-
-nlohmann::ordered_json QualityFigures::toJson() const {
-    nlohmann::ordered_json kinds = nlohmann::ordered_json::array();
-    for (const DamageFigures& kind : damage) {
-        nlohmann::ordered_json levels = nlohmann::ordered_json::array();
-        for (const auto& [place, level] : kind.levels) {
-            levels.push_back({{"level", place / 10.0},
-                              {"photos", level.photos},
-                              {"missed", level.missed},
-                              {"meanScore", level.meanScore}});
-        }
-        kinds.push_back({{"kind", kind.kind},
-                         {"photos", kind.photos},
-                         {"missed", kind.missed},
-                         {"pooled", kind.pooled},
-                         {"pooledWithMissed", kind.pooledWithMissed},
-                         {"bySource", json(kind.bySource)},
-                         {"bySourceMedian", json(kind.bySourceMedian)},
-                         {"sources", kind.sources},
-                         {"levels", levels}});
-    }
-    nlohmann::ordered_json starts = nlohmann::ordered_json::array();
-    for (const UndamagedFigures& kind : undamaged) {
-        starts.push_back({{"kind", kind.kind},
-                          {"photos", kind.photos},
-                          {"missed", kind.missed},
-                          {"good", kind.good},
-                          {"meanScore", kind.meanScore}});
-    }
-    return {{"damage", kinds}, {"undamaged", starts}};
 }
 
 } // namespace veldan::eval

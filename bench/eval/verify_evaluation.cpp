@@ -1,18 +1,11 @@
-#include "csv_table.hpp"
 #include "evaluations.hpp"
-#include "library.hpp"
-#include "pack_photos.hpp"
 #include "painted_mask.hpp"
-#include "photo_source.hpp"
-#include "score_histogram.hpp"
-#include "text_table.hpp"
+#include "photos.hpp"
+#include "plots.hpp"
 #include "verify_figures.hpp"
 
 #include <veldan/thresholds.h>
 
-#include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
-#include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 
 #include <algorithm>
@@ -35,14 +28,12 @@ namespace fs = std::filesystem;
 
 const std::vector<double> falseMatchRates = {1e-1, 1e-2, 1e-3, 1e-4, 1e-5};
 
-struct Options {
+struct Options : CommonOptions {
     std::string folder;
-    int threads = 1;
     std::string draw;
     std::string painted;
     std::vector<std::string> others;
     std::size_t enrolled = 1000;
-    bool json = false;
 };
 
 /** What a photo is turned into. */
@@ -65,7 +56,7 @@ const std::vector<Comparison> comparisons = {
      MaskedEnrolled, Painted},
 };
 
-using Templates = std::array<std::optional<Library::Template>, Forms>;
+using Templates = std::array<std::optional<Template>, Forms>;
 
 /** A photo of MORE/NAME.csv, in the folder MORE/NAME. */
 struct OtherPhoto {
@@ -92,41 +83,45 @@ public:
     explicit VerifyEvaluation(const Options& options) : options_(options), people_(readPeople(options.folder)) {}
 
     void run() {
-        cv::setNumThreads(options_.threads);
+        options_.prepare();
         for (const std::string& folder : {options_.draw, options_.painted}) {
             if (!folder.empty())
                 fs::create_directories(folder);
         }
         extractAll();
         extractOthers();
+        Json rows = Json::array();
         for (const Comparison& comparison : comparisons) {
-            Measured measured{
-                comparison, scores(comparison, people_.pairs), scores(comparison, allPairs(people_)), {}, {}, {}};
-            measured.listed = verifyFigures(measured.listedScores, falseMatchRates);
-            measured.all = verifyFigures(measured.allScores, falseMatchRates);
+            const PairScores listed = scores(comparison, people_.pairs);
+            const PairScores all = scores(comparison, allPairs(people_));
+            Json row = {{"name", comparison.name},
+                        {"same_pairs", listed.genuinePairs()},
+                        {"different_pairs", listed.impostorPairs()},
+                        {"failed_pairs", listed.genuineFailed + listed.impostorFailed},
+                        {"listed", verifyFigures(listed, falseMatchRates)},
+                        {"all_pairs", {{"same", all.genuinePairs()}, {"different", all.impostorPairs()}}},
+                        {"all", verifyFigures(all, falseMatchRates)}};
             if (!options_.draw.empty())
-                drawScoreHistogram(fs::path(options_.draw) / (fileName(comparison.name) + ".png"), measured.allScores,
+                drawScoreHistogram(fs::path(options_.draw) / (fileName(comparison.name) + ".png"), all,
                                    "Similarity: " + comparison.name);
             if (!others_.empty())
-                measured.searched = searches(comparison);
-            measured_.push_back(std::move(measured));
+                row["searches"] = searches(comparison).toJson();
+            rows.push_back(row);
         }
+        Json document = {{"photos", people_.files.size()},
+                         {"photos_without_face", missed_},
+                         {"painted_without_face", missedPainted_},
+                         {"painted_judged_masked", judgedMasked_},
+                         {"comparisons", rows}};
+        if (!others_.empty())
+            document["enrolled"] = enrolled_;
         if (options_.json)
-            printJson();
+            std::cout << document.dump(2) << '\n';
         else
-            printTables();
+            print(document);
     }
 
 private:
-    struct Measured {
-        Comparison comparison;
-        PairScores listedScores;
-        PairScores allScores;
-        VerifyFigures listed;
-        VerifyFigures all;
-        std::optional<IdentificationFigures> searched;
-    };
-
     static std::string fileName(std::string name) {
         for (char& letter : name)
             letter = letter == ' ' ? '-' : letter;
@@ -139,7 +134,7 @@ private:
         for (const std::string& file : people_.files) {
             showProgress("photos", ++seen, people_.files.size());
             Templates& templates = templates_[file];
-            cv::Mat picture = decodePicture(source->read(file), file);
+            cv::Mat picture = source->picture(file);
             if (!extractBare(picture, templates)) {
                 ++missed_;
                 continue;
@@ -158,7 +153,7 @@ private:
         for (const OtherPhoto& photo : photos) {
             showProgress("others", ++seen, photos.size());
             const auto source = openPhotos(photo.folder.parent_path(), photo.folder.filename().string());
-            cv::Mat picture = decodePicture(source->read(photo.file), photo.file);
+            cv::Mat picture = source->picture(photo.file);
             Templates templates;
             if (!extractBare(picture, templates))
                 continue;
@@ -171,32 +166,32 @@ private:
 
     /** All templates of the largest face, and a mask painted over it. False when there is none. */
     bool extractBare(cv::Mat& picture, Templates& templates) {
-        Library::Answer answer = library_.detect(picture);
-        if (answer.faces.empty())
+        std::vector<VDFACEINFOEX> faces = detect(library_, picture);
+        if (faces.empty())
             return false;
-        VDFACEINFOEX& face = answer.faces[0];
-        templates[Bare] = library_.extract(picture, face, Library::Extraction::Bare);
-        templates[Masked] = library_.extract(picture, face, Library::Extraction::Masked);
-        templates[MaskedEnrolled] = library_.extract(picture, face, Library::Extraction::MaskedEnrolment);
-        paintMask(picture, pointsOf(face));
+        const ImageView view = viewOf(picture);
+        templates[Bare] = library_.extract(view, faces[0]);
+        templates[Masked] = library_.extract(view, faces[0], Kind::Masked);
+        templates[MaskedEnrolled] = library_.extractForEnrolment(view, faces[0], Kind::Masked);
+        paintMask(picture, pointsOf(faces[0]));
         return true;
     }
 
     /** The mask score, when a face is found under the mask. */
     std::optional<int> extractPainted(cv::Mat& picture, Templates& templates) {
-        Library::Answer answer = library_.detect(picture);
-        if (answer.faces.empty())
+        std::vector<VDFACEINFOEX> faces = detect(library_, picture);
+        if (faces.empty())
             return std::nullopt;
-        library_.scoreMask(picture, answer.faces[0]);
-        templates[Painted] = library_.extract(picture, answer.faces[0], Library::Extraction::Masked);
-        return answer.faces[0].maskScore;
+        library_.judgeMask(viewOf(picture), {faces.data(), 1});
+        templates[Painted] = library_.extract(viewOf(picture), faces[0], Kind::Masked);
+        return faces[0].maskScore;
     }
 
     /** Enrolled are everybody's first photo with a face, then others until there are as many as asked for; searched are
      * all other photos. */
     IdentificationFigures searches(const Comparison& comparison) {
-        const bool bare = comparison.first == Bare;
-        std::vector<const Library::Template*> gallery;
+        const Kind kind = comparison.first == Bare ? Kind::Bare : Kind::Masked;
+        std::vector<const Template*> gallery;
         std::map<std::string, std::size_t> place;
         std::vector<std::pair<std::optional<std::size_t>, const Templates*>> probes;
         for (const std::string& file : people_.files) {
@@ -216,12 +211,13 @@ private:
                 probes.emplace_back(std::nullopt, &other);
         }
         IdentificationFigures figures;
-        figures.threshold = static_cast<float>(bare ? VELDAN_SAME_PERSON : VELDAN_SAME_PERSON_MASKED) / 100.0F;
+        figures.threshold =
+            static_cast<float>(kind == Kind::Bare ? VELDAN_SAME_PERSON : VELDAN_SAME_PERSON_MASKED) / 100.0F;
         for (const auto& [own, probe] : probes) {
             std::vector<float> similarities;
             if (const auto& feature = (*probe)[comparison.second]) {
-                for (const Library::Template* enrolled : gallery)
-                    similarities.push_back(library_.match(*enrolled, *feature, bare));
+                for (const Template* enrolled : gallery)
+                    similarities.push_back(library_.match(*enrolled, *feature, kind));
             }
             figures.add(own, similarities);
         }
@@ -231,101 +227,97 @@ private:
 
     PairScores scores(const Comparison& comparison, const std::vector<PhotoPair>& pairs) {
         PairScores result;
-        const bool bare = comparison.first == Bare;
+        const Kind kind = comparison.first == Bare ? Kind::Bare : Kind::Masked;
         for (const PhotoPair& pair : pairs) {
             const auto& a = templates_.at(pair.first)[comparison.first];
             const auto& b = templates_.at(pair.second)[comparison.second];
-            result.add(pair.same, a && b ? std::optional<float>(library_.match(*a, *b, bare)) : std::nullopt);
+            result.add(pair.same, a && b ? std::optional<float>(library_.match(*a, *b, kind)) : std::nullopt);
         }
         return result;
     }
 
-    void printTables() const {
+    void print(const Json& document) const {
         std::cout << people_.files.size() << " photos, " << people_.pairs.size() << " pairs listed. No face found in "
                   << missed_ << " photos; with a mask painted on, in " << missedPainted_ << " more, and "
                   << judgedMasked_
                   << " were judged as masked.\nA pair with a photo without a face counts as different people: a miss "
                      "for the same person. The largest face of a\nphoto is taken. Accuracy is at the threshold that is "
                      "best for these pairs.\n\nListed pairs\n";
-        TextTable listed({"templates", "pairs: same", "different", "failed", "accuracy %", "at", "TMR % at FMR 1e-2",
-                          "1e-3", "same at 0.80 and more %", "different", "%"});
-        for (const Measured& m : measured_)
-            listed.add({m.comparison.name, text(m.listedScores.genuinePairs()), text(m.listedScores.impostorPairs()),
-                        text(m.listedScores.genuineFailed + m.listedScores.impostorFailed), percent(m.listed.accuracy),
-                        text(m.listed.bestThreshold, 3), percent(m.listed.points[1].second.trueMatches, 1),
-                        percent(m.listed.points[2].second.trueMatches, 1), percent(m.listed.sure.trueMatches, 1),
-                        text(m.listed.sureImpostors), percent(m.listed.sure.falseMatches, 3)});
-        listed.print(std::cout);
-        std::cout << "\nThresholds, from every two photos (" << measured_[0].allScores.genuinePairs()
-                  << " pairs of the same person, " << measured_[0].allScores.impostorPairs()
-                  << " of different people)\n";
-        TextTable all({"templates", "false match rate", "similarity", "true match rate %"});
-        for (const Measured& m : measured_) {
-            for (const auto& [rate, point] : m.all.points)
-                all.add({m.comparison.name, percent(rate, 3) + " %", text(point.threshold, 3),
-                         percent(point.trueMatches, 1)});
-            all.add({m.comparison.name, percent(m.all.sure.falseMatches, 4) + " %", "0.800",
-                     percent(m.all.sure.trueMatches, 1)});
+        const Json& rows = document["comparisons"];
+        printTable(std::cout,
+                   {{"templates", "/name"},
+                    {"pairs: same", "/same_pairs"},
+                    {"different", "/different_pairs"},
+                    {"failed", "/failed_pairs"},
+                    percentColumn("accuracy %", "/listed/accuracy"),
+                    {"at", "/listed/best_threshold", 3},
+                    percentColumn("TMR % at FMR 1e-2", "/listed/operating_points/1/true_match_rate", 1),
+                    percentColumn("1e-3", "/listed/operating_points/2/true_match_rate", 1),
+                    percentColumn("same at 0.80 and more %", "/listed/at_0.80/true_match_rate", 1),
+                    {"different", "/listed/impostors_at_0.80"},
+                    percentColumn("%", "/listed/at_0.80/false_match_rate", 3)},
+                   rows);
+        std::cout << "\nThresholds, from every two photos (" << rows[0]["all_pairs"]["same"]
+                  << " pairs of the same person, " << rows[0]["all_pairs"]["different"] << " of different people)\n";
+        Json thresholds = Json::array();
+        for (const Json& row : rows) {
+            for (Json point : row["all"]["operating_points"]) {
+                point["rate"] = percent(point["asked"].get<double>(), 3) + " %";
+                thresholds.push_back(named(row["name"], point));
+            }
+            Json sure = row["all"]["at_0.80"];
+            sure["rate"] = percent(sure["false_match_rate"].get<double>(), 4) + " %";
+            thresholds.push_back(named(row["name"], sure));
         }
-        all.print(std::cout);
+        printTable(std::cout,
+                   {{"templates", "/name"},
+                    {"false match rate", "/rate"},
+                    {"similarity", "/threshold", 3},
+                    percentColumn("true match rate %", "/true_match_rate", 1)},
+                   thresholds);
         if (!others_.empty())
-            printSearches();
+            printSearches(rows);
         std::cout << '\n';
         for (const Comparison& comparison : comparisons)
             std::cout << comparison.name << ": " << comparison.explanation << '\n';
     }
 
-    void printSearches() const {
+    void printSearches(Json rows) const {
         std::cout << "\nSearches among " << enrolled_
                   << " enrolled people, one photo each. \"Not enrolled\": the same faces, were their own template not "
                      "there.\n";
-        TextTable table({"templates", "at", "faces", "rank 1 %", "accepted %", "as another %",
-                         "not enrolled: accepted %", "strangers", "accepted %"});
-        const auto share = [](std::size_t part, std::size_t all) {
-            return percent(all == 0 ? std::nullopt
-                                    : std::optional<double>(static_cast<double>(part) / static_cast<double>(all)),
-                           1);
-        };
-        for (const Measured& m : measured_) {
-            const IdentificationFigures& f = *m.searched;
-            table.add({m.comparison.name, text(f.threshold, 2), text(f.known), share(f.first, f.known),
-                       share(f.accepted, f.known), share(f.mistaken, f.known), share(f.acceptedWithoutOwn, f.known),
-                       text(f.strangers), share(f.strangersAccepted, f.strangers)});
+        for (Json& row : rows) {
+            Json& searches = row["searches"];
+            for (const auto& [figure, whole] : {std::pair{"rank_1", "known"},
+                                                {"accepted", "known"},
+                                                {"accepted_as_another", "known"},
+                                                {"accepted_without_own", "known"},
+                                                {"strangers_accepted", "strangers"}})
+                searches[figure] =
+                    orNull(ratio(searches[figure].get<std::size_t>(), searches[whole].get<std::size_t>()));
         }
-        table.print(std::cout);
-    }
-
-    void printJson() const {
-        nlohmann::ordered_json document = {{"photos", people_.files.size()},
-                                           {"photos_without_face", missed_},
-                                           {"painted_without_face", missedPainted_},
-                                           {"painted_judged_masked", judgedMasked_},
-                                           {"comparisons", nlohmann::ordered_json::array()}};
-        if (!others_.empty())
-            document["enrolled"] = enrolled_;
-        for (const Measured& m : measured_) {
-            nlohmann::ordered_json entry = {{"name", m.comparison.name},
-                                            {"same_pairs", m.listedScores.genuinePairs()},
-                                            {"different_pairs", m.listedScores.impostorPairs()},
-                                            {"listed", m.listed.toJson()},
-                                            {"all", m.all.toJson()}};
-            if (m.searched)
-                entry["searches"] = m.searched->toJson();
-            document["comparisons"].push_back(entry);
-        }
-        std::cout << document.dump(2) << '\n';
+        printTable(std::cout,
+                   {{"templates", "/name"},
+                    {"at", "/searches/threshold", 2},
+                    {"faces", "/searches/known"},
+                    percentColumn("rank 1 %", "/searches/rank_1", 1),
+                    percentColumn("accepted %", "/searches/accepted", 1),
+                    percentColumn("as another %", "/searches/accepted_as_another", 1),
+                    percentColumn("not enrolled: accepted %", "/searches/accepted_without_own", 1),
+                    {"strangers", "/searches/strangers"},
+                    percentColumn("accepted %", "/searches/strangers_accepted", 1)},
+                   rows);
     }
 
     const Options& options_;
     PeoplePhotos people_;
-    Library library_;
+    Instance library_;
     std::map<std::string, Templates> templates_;
     std::vector<Templates> others_;
     std::size_t enrolled_ = 0;
     std::size_t missed_ = 0;
     std::size_t missedPainted_ = 0;
     std::size_t judgedMasked_ = 0;
-    std::vector<Measured> measured_;
 };
 
 } // namespace
@@ -339,7 +331,6 @@ void addVerifyEvaluation(CLI::App& app, std::function<void()>& action) {
         ->required()
         ->check(CLI::ExistingDirectory)
         ->type_name("FOLDER");
-    addThreads(*command, options->threads);
     command->add_option("--draw", options->draw, "Folder for pictures of the two histograms of similarities")
         ->type_name("DIR");
     command->add_option("--painted", options->painted, "Folder for the photos with masks painted on")->type_name("DIR");
@@ -350,12 +341,13 @@ void addVerifyEvaluation(CLI::App& app, std::function<void()>& action) {
             "folder NAME beside it. Those of the split val are enrolled beside everybody's first photo, the rest "
             "are strangers, and all other photos are searched")
         ->check(CLI::ExistingFile)
-        ->type_name("CSV");
-    command->add_option("--enrolled", options->enrolled, "People enrolled for --others")->capture_default_str();
-    command->add_flag("--json", options->json, "Print JSON");
+        ->type_name("CSV")
+        ->default_str("");
+    command->add_option("--enrolled", options->enrolled, "People enrolled for --others");
+    addCommonOptions(*command, *options, nullptr);
     command->footer("Example:\n"
                     "  veldan_eval verify people/ --draw pictures/\n");
-    command->callback([options, &action] { action = [options] { VerifyEvaluation(*options).run(); }; });
+    onChoice<VerifyEvaluation>(*command, action, options);
 }
 
 } // namespace veldan::eval

@@ -1,9 +1,5 @@
 #include "verify_figures.hpp"
 
-#include "csv_table.hpp"
-
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -17,12 +13,6 @@ constexpr float surely = 0.8F;
 
 std::size_t atLeast(const std::vector<float>& sorted, float threshold) {
     return static_cast<std::size_t>(sorted.end() - std::lower_bound(sorted.begin(), sorted.end(), threshold));
-}
-
-nlohmann::ordered_json toJson(const OperatingPoint& point) {
-    return {{"threshold", point.threshold},
-            {"false_match_rate", point.falseMatches},
-            {"true_match_rate", point.trueMatches}};
 }
 
 } // namespace
@@ -39,7 +29,7 @@ PeoplePhotos readPeople(const std::filesystem::path& folder) {
             if (people.person.count(row.text(i)) == 0)
                 row.fail("\"" + row.text(i) + "\" is not in photos.csv");
         }
-        people.pairs.push_back({row.text(0), row.text(1), row.choice(2, {"0", "1"}) == "1"});
+        people.pairs.push_back({row.text(0), row.text(1), row.isSecond(2, "0", "1")});
     });
     return people;
 }
@@ -63,42 +53,47 @@ void PairScores::add(bool same, std::optional<float> score) {
         (same ? genuine : impostor).push_back(*score);
 }
 
-VerifyFigures verifyFigures(const PairScores& scores, const std::vector<double>& falseMatchRates) {
+Json verifyFigures(const PairScores& scores, const std::vector<double>& falseMatchRates) {
     if (scores.genuinePairs() == 0 || scores.impostorPairs() == 0)
         throw std::runtime_error("pairs of the same person and pairs of different people are both needed");
     std::vector<float> genuine = scores.genuine;
     std::vector<float> impostor = scores.impostor;
     std::sort(genuine.begin(), genuine.end());
     std::sort(impostor.begin(), impostor.end());
-    const auto at = [&](float threshold) {
-        return OperatingPoint{
-            threshold, static_cast<double>(atLeast(impostor, threshold)) / static_cast<double>(scores.impostorPairs()),
-            static_cast<double>(atLeast(genuine, threshold)) / static_cast<double>(scores.genuinePairs())};
+    // What a threshold does, as shares of the pairs.
+    const auto at = [&](float threshold) -> Json {
+        return {{"threshold", threshold},
+                {"false_match_rate", *ratio(atLeast(impostor, threshold), scores.impostorPairs())},
+                {"true_match_rate", *ratio(atLeast(genuine, threshold), scores.genuinePairs())}};
     };
-
-    VerifyFigures figures;
-    const std::size_t pairs = scores.genuinePairs() + scores.impostorPairs();
+    double accuracy = 0;
+    float bestThreshold = 0;
     // Nothing changes between the scores of genuine pairs; the last candidate accepts nobody.
     std::vector<float> candidates = genuine;
     candidates.push_back(std::numeric_limits<float>::infinity());
     for (const float threshold : candidates) {
         const std::size_t right = atLeast(genuine, threshold) + scores.impostorPairs() - atLeast(impostor, threshold);
-        const double accuracy = static_cast<double>(right) / static_cast<double>(pairs);
-        if (accuracy > figures.accuracy) {
-            figures.accuracy = accuracy;
-            figures.bestThreshold = threshold;
+        const double here = *ratio(right, scores.genuinePairs() + scores.impostorPairs());
+        if (here > accuracy) {
+            accuracy = here;
+            bestThreshold = threshold;
         }
     }
+    Json figures = {{"accuracy", accuracy},
+                    {"best_threshold", bestThreshold},
+                    {"at_0.80", at(surely)},
+                    {"impostors_at_0.80", atLeast(impostor, surely)},
+                    {"operating_points", Json::array()}};
     for (const double rate : falseMatchRates) {
         const auto allowed = static_cast<std::size_t>(rate * static_cast<double>(scores.impostorPairs()));
         // Just above the impostor that would be one too many.
         float threshold = 0;
         if (impostor.size() > allowed)
             threshold = std::nextafter(impostor[impostor.size() - 1 - allowed], std::numeric_limits<float>::infinity());
-        figures.points.emplace_back(rate, at(threshold));
+        Json point = {{"asked", rate}};
+        point.update(at(threshold));
+        figures["operating_points"].push_back(point);
     }
-    figures.sure = at(surely);
-    figures.sureImpostors = atLeast(impostor, surely);
     return figures;
 }
 
@@ -123,7 +118,7 @@ void IdentificationFigures::add(std::optional<std::size_t> own, const std::vecto
     }
 }
 
-nlohmann::ordered_json IdentificationFigures::toJson() const {
+Json IdentificationFigures::toJson() const {
     return {{"threshold", threshold},
             {"known", known},
             {"rank_1", first},
@@ -132,20 +127,6 @@ nlohmann::ordered_json IdentificationFigures::toJson() const {
             {"accepted_without_own", acceptedWithoutOwn},
             {"strangers", strangers},
             {"strangers_accepted", strangersAccepted}};
-}
-
-nlohmann::ordered_json VerifyFigures::toJson() const {
-    nlohmann::ordered_json document = {{"accuracy", accuracy},
-                                       {"best_threshold", bestThreshold},
-                                       {"at_0.80", eval::toJson(sure)},
-                                       {"impostors_at_0.80", sureImpostors},
-                                       {"operating_points", nlohmann::ordered_json::array()}};
-    for (const auto& [rate, point] : points) {
-        nlohmann::ordered_json entry = {{"asked", rate}};
-        entry.update(eval::toJson(point));
-        document["operating_points"].push_back(entry);
-    }
-    return document;
 }
 
 } // namespace veldan::eval

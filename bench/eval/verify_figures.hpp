@@ -1,14 +1,13 @@
 #ifndef VELDAN_EVAL_VERIFY_FIGURES_HPP
 #define VELDAN_EVAL_VERIFY_FIGURES_HPP
 
-#include <nlohmann/json_fwd.hpp>
+#include "tables.hpp"
 
 #include <cstddef>
 #include <filesystem>
 #include <map>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace veldan::eval {
@@ -46,25 +45,13 @@ struct PairScores {
     std::size_t impostorPairs() const { return impostor.size() + impostorFailed; }
 };
 
-/** What a threshold does: pairs at or above it are taken for the same person. */
-struct OperatingPoint {
-    float threshold = 0;
-    double falseMatches = 0; ///< share of impostor pairs
-    double trueMatches = 0;  ///< share of genuine pairs
-};
-
-struct VerifyFigures {
-    /** Share of pairs judged right at the threshold that is best for these very pairs, and that threshold. */
-    double accuracy = 0;
-    float bestThreshold = 0;
-    /** For each false match rate asked for: the lowest threshold that keeps it. */
-    std::vector<std::pair<double, OperatingPoint>> points;
-    /** At a similarity of 0.80, which the search accepts at once. */
-    OperatingPoint sure;
-    std::size_t sureImpostors = 0;
-
-    nlohmann::ordered_json toJson() const;
-};
+/**
+ * accuracy: share of pairs judged right at the threshold that is best for these very pairs, and that threshold
+ * (best_threshold); operating_points: for each false match rate asked for the lowest threshold that keeps it; at_0.80:
+ * at a similarity of 0.80, which the search accepts at once. Pairs at or above a threshold are taken for the same
+ * person. Throws std::runtime_error when there are no genuine or no impostor pairs.
+ */
+Json verifyFigures(const PairScores& scores, const std::vector<double>& falseMatchRates);
 
 /** Searches for one face among enrolled people, each with one template; similarities of the threshold and more are
  * accepted. */
@@ -84,11 +71,8 @@ struct IdentificationFigures {
 
     /** One face: its similarities to everybody enrolled, none when it was not found; and its own place among them. */
     void add(std::optional<std::size_t> own, const std::vector<float>& similarities);
-    nlohmann::ordered_json toJson() const;
+    Json toJson() const;
 };
-
-/** Throws std::runtime_error when there are no genuine or no impostor pairs. */
-VerifyFigures verifyFigures(const PairScores& scores, const std::vector<double>& falseMatchRates);
 
 } // namespace veldan::eval
 

@@ -1,12 +1,9 @@
 // The arithmetic behind the figures of corners, masks, quality and liveness.
 
-#include "alignment.hpp"
 #include "cli/run_command.hpp"
-#include "corner_figures.hpp"
-#include "known_faces.hpp"
+#include "face_figures.hpp"
+#include "labels.hpp"
 #include "liveness_figures.hpp"
-#include "liveness_sources.hpp"
-#include "mask_figures.hpp"
 #include "quality_figures.hpp"
 #include "statistics.hpp"
 
@@ -14,7 +11,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include <cmath>
 #include <string>
@@ -105,14 +101,15 @@ TEST(CornerErrors, AreSharesOfTheSide) {
     EXPECT_DOUBLE_EQ(cornerError({13, 14}, {110, 121}, {{10, 10}, {110, 110}, 100, 0}), 0.08);
     CornerFigures figures;
     for (const double error : {0.05, 0.01, 0.03})
-        figures.add({error, 2 * error, 3 * error, error > 0.02});
-    figures.addMissed();
-    EXPECT_EQ(figures.faces(), 4U);
-    EXPECT_EQ(figures.missed(), 1U);
-    EXPECT_EQ(figures.shifted(), 2U);
-    EXPECT_DOUBLE_EQ(figures.twoPoints().median, 0.03);
-    EXPECT_DOUBLE_EQ(figures.againstFive().mean, 0.06);
-    EXPECT_DOUBLE_EQ(figures.fivePoints().ninetieth, 0.138);
+        figures.faces.push_back(CornerErrors{error, 2 * error, 3 * error, error > 0.02});
+    figures.faces.push_back(std::nullopt);
+    const Json json = figures.toJson();
+    EXPECT_EQ(json["faces"], 4);
+    EXPECT_EQ(json["missed"], 1);
+    EXPECT_EQ(json["shifted"], 2);
+    EXPECT_EQ(json["twoPoints"]["median"], 0.03);
+    EXPECT_DOUBLE_EQ(json["twoPointsAgainstFoundFive"]["mean"].get<double>(), 0.06);
+    EXPECT_DOUBLE_EQ(json["foundFive"]["percentile90"].get<double>(), 0.138);
 }
 
 TEST(CornerErrors, TakeTheShiftOfPointsFromTheLargestOvershoot) {
@@ -182,71 +179,76 @@ TEST(KnownFaces, TakeClassesFromBoxesAndNames) {
 }
 
 TEST(MaskFigures, CountFoundFacesOfTheTwoClasses) {
-    MaskFigures first;
+    MaskFigures figures;
+    EXPECT_TRUE(figures.toJson()["accuracy"].is_null());
     for (const int score : {41, 99, 40})
-        first.add(withMask, score, 41);
-    first.add(withMask, std::nullopt, 41);
-    MaskFigures second;
-    second.add(withoutMask, 0, 41);
-    second.add(maskWornWrong, 80, 41);
-    second.add(maskWornWrong, 3, 41);
-    EXPECT_THAT(first.accuracy(), Optional(DoubleEq(2.0 / 3)));
-    EXPECT_EQ(second.accuracy(), 1);
-    first.add(second);
-    EXPECT_THAT(first.accuracy(), Optional(DoubleEq(0.75)));
-    EXPECT_THAT(first.maskedShare(maskWornWrong), Optional(DoubleEq(0.5)));
-    EXPECT_EQ(first.faces(), 7U);
-    EXPECT_EQ(first.count(withMask).missed, 1U);
-    EXPECT_EQ(first.toJson().at("classes").at(withMask).at("judgedBare"), 1);
-    EXPECT_EQ(MaskFigures().accuracy(), std::nullopt);
+        figures.add(withMask, score, 41);
+    figures.add(withMask, std::nullopt, 41);
+    EXPECT_DOUBLE_EQ(figures.toJson()["accuracy"].get<double>(), 2.0 / 3);
+    figures.add(withoutMask, 0, 41);
+    figures.add(maskWornWrong, 80, 41);
+    figures.add(maskWornWrong, 3, 41);
+    const Json json = figures.toJson();
+    EXPECT_EQ(json["accuracy"], 0.75);
+    EXPECT_EQ(json["faces"], 7);
+    EXPECT_EQ(json["classes"][withMask], (Json{{"judgedMasked", 2}, {"judgedBare", 1}, {"missed", 1}}));
+    EXPECT_EQ(json["classes"][maskWornWrong], (Json{{"judgedMasked", 1}, {"judgedBare", 1}, {"missed", 0}}));
 }
 
 TEST(QualityFigures, CorrelateByKindAndSource) {
     // Two sources; the first falls without exception, the second rises once. One face is not found.
-    const std::vector<DamagedPhoto> photos = {
-        {"", "a", "none", 0, 90},           {"", "b", "none", 0, 80},    {"", "c", "masked", 0, 30},
-        {"", "a", "blur", 0.5, 60},         {"", "a", "blur", 1, 10},    {"", "b", "blur", 0.5, 85},
-        {"", "b", "blur", 1, std::nullopt}, {"", "d", "pose", 0.12, 50}, {"", "e", "pose", 0.33, 40},
-    };
-    const QualityFigures figures = qualityFigures(photos, 60);
-    ASSERT_EQ(figures.damage.size(), 3U);
-    const DamageFigures& blur = figures.damage[0];
-    EXPECT_EQ(blur.kind, "blur");
-    EXPECT_EQ(blur.photos, 6U);
-    EXPECT_EQ(blur.missed, 1U);
+    const Json figures = qualityFigures(
+        {
+            {"", "a", "none", 0, 90},
+            {"", "b", "none", 0, 80},
+            {"", "c", "masked", 0, 30},
+            {"", "a", "blur", 0.5, 60},
+            {"", "a", "blur", 1, 10},
+            {"", "b", "blur", 0.5, 85},
+            {"", "b", "blur", 1, std::nullopt},
+            {"", "d", "pose", 0.12, 50},
+            {"", "e", "pose", 0.33, 40},
+        },
+        60);
+    ASSERT_EQ(figures["damage"].size(), 3U);
+    const Json& blur = figures["damage"][0];
+    EXPECT_EQ(blur["kind"], "blur");
+    EXPECT_EQ(blur["photos"], 6);
+    EXPECT_EQ(blur["missed"], 1);
     // Levels rank 1.5, 1.5, 3.5, 3.5, 5, scores 5, 3, 2, 4, 1: -7 / root of 9 x 10; then with a sixth photo.
-    EXPECT_NEAR(blur.pooled, 7 / std::sqrt(90), 1e-12);
-    EXPECT_NEAR(blur.pooledWithMissed, 0.8366600265340757, 1e-12);
-    EXPECT_EQ(blur.sources, 1U); // b has two levels with a score
-    EXPECT_THAT(blur.bySource, Optional(DoubleEq(1)));
-    EXPECT_DOUBLE_EQ(blur.levels.at(5).meanScore, 72.5);
-    EXPECT_EQ(blur.levels.at(10).missed, 1U);
+    EXPECT_NEAR(blur["pooled"].get<double>(), 7 / std::sqrt(90), 1e-12);
+    EXPECT_NEAR(blur["pooledWithMissed"].get<double>(), 0.8366600265340757, 1e-12);
+    EXPECT_EQ(blur["sources"], 1); // b has two levels with a score
+    EXPECT_EQ(blur["bySource"], 1.0);
+    EXPECT_EQ(blur["levels"][1], (Json{{"level", 0.5}, {"photos", 2}, {"missed", 0}, {"meanScore", 72.5}}));
+    EXPECT_EQ(blur["levels"][2]["missed"], 1);
 
     // The largest tenth of poses has one photo, so one undamaged one is the start: 90, 50, 40.
-    const DamageFigures& pose = figures.damage[1];
-    EXPECT_EQ(pose.photos, 3U);
-    EXPECT_DOUBLE_EQ(pose.pooled, 1);
-    EXPECT_EQ(pose.sources, 0U);
-    EXPECT_EQ(pose.bySource, std::nullopt);
-    EXPECT_EQ(pose.levels.at(0).photos, 2U);
-    EXPECT_EQ(pose.levels.at(1).photos, 1U);
+    const Json& pose = figures["damage"][1];
+    EXPECT_EQ(pose["photos"], 3);
+    EXPECT_DOUBLE_EQ(pose["pooled"].get<double>(), 1);
+    EXPECT_EQ(pose["sources"], 0);
+    EXPECT_TRUE(pose["bySource"].is_null());
+    EXPECT_EQ(pose["levels"][0]["photos"], 2);
+    EXPECT_EQ(pose["levels"][1]["photos"], 1);
 
-    EXPECT_EQ(figures.damage[2].kind, "all");
-    EXPECT_EQ(figures.damage[2].photos, 9U);
-    ASSERT_EQ(figures.undamaged.size(), 3U); // none, masked, all
-    EXPECT_EQ(figures.undamaged[0].good, 2U);
-    EXPECT_EQ(figures.undamaged[1].good, 0U);
-    EXPECT_EQ(figures.undamaged[2].photos, 3U);
-    EXPECT_NEAR(figures.undamaged[2].meanScore, 200.0 / 3, 1e-12);
+    EXPECT_EQ(figures["damage"][2]["kind"], "all");
+    EXPECT_EQ(figures["damage"][2]["photos"], 9);
+    const Json& undamaged = figures["undamaged"];
+    ASSERT_EQ(undamaged.size(), 3U); // none, masked, all
+    EXPECT_EQ(undamaged[0]["good"], 2);
+    EXPECT_EQ(undamaged[1]["good"], 0);
+    EXPECT_EQ(undamaged[2]["photos"], 3);
+    EXPECT_NEAR(undamaged[2]["meanScore"].get<double>(), 200.0 / 3, 1e-12);
 }
 
 TEST(QualityFigures, HoldAConstantScoreToFollowNothing) {
-    const QualityFigures figures =
-        qualityFigures({{"", "a", "noise", 0, 50}, {"", "a", "noise", 0.01, 50}, {"", "a", "noise", 1, 50}}, 60);
-    EXPECT_EQ(figures.damage[0].pooled, 0);
-    EXPECT_EQ(figures.damage[0].bySource, 0);
-    EXPECT_EQ(figures.damage[0].sources, 1U);
-    EXPECT_EQ(figures.damage[0].levels.count(1), 1U); // however slight, not with the undamaged ones
+    const Json noise = qualityFigures(
+        {{"", "a", "noise", 0, 50}, {"", "a", "noise", 0.01, 50}, {"", "a", "noise", 1, 50}}, 60)["damage"][0];
+    EXPECT_EQ(noise["pooled"], 0.0);
+    EXPECT_EQ(noise["bySource"], 0.0);
+    EXPECT_EQ(noise["sources"], 1);
+    EXPECT_EQ(noise["levels"][1]["level"], 0.1); // however slight, not with the undamaged ones
 }
 
 LivenessPhoto shown(bool attack, const std::string& kind, std::optional<int> score) {
@@ -254,31 +256,26 @@ LivenessPhoto shown(bool attack, const std::string& kind, std::optional<int> sco
 }
 
 TEST(LivenessFigures, AreErrorRatesAtTheThreshold) {
-    const LivenessFigures figures = livenessFigures(
+    const Json figures = livenessFigures(
         {shown(true, "print", 49), shown(true, "print", 50), shown(true, "print", 10), shown(true, "print", 0),
          shown(true, "screen", 90), shown(true, "screen", std::nullopt), shown(false, "plain", 50),
          shown(false, "plain", 49), shown(false, "plain", std::nullopt), shown(false, "camera", 95)},
         50);
-    EXPECT_THAT(figures.rates.apcer, Optional(DoubleEq(0.4)));
-    EXPECT_THAT(figures.rates.bpcer, Optional(DoubleEq(1.0 / 3)));
-    EXPECT_THAT(figures.rates.acer(), Optional(DoubleEq(11.0 / 30)));
-    EXPECT_EQ(figures.worstKind, "screen");
-    EXPECT_THAT(figures.apcerOfWorst, Optional(DoubleEq(1)));
-    ASSERT_EQ(figures.kinds.size(), 4U);
-    EXPECT_EQ(figures.kinds[1].missed, 1U);
-    EXPECT_EQ(figures.kinds[1].photos, 1U);
-    EXPECT_THAT(figures.kinds[0].rate(), Optional(DoubleEq(0.25)));
+    EXPECT_EQ(figures["apcer"], 0.4);
+    EXPECT_EQ(figures["bpcer"], 1.0 / 3);
+    EXPECT_DOUBLE_EQ(figures["acer"].get<double>(), 11.0 / 30);
+    EXPECT_EQ(figures["worstKind"], "screen");
+    EXPECT_EQ(figures["apcerOfWorst"], 1.0);
+    ASSERT_EQ(figures["kinds"].size(), 4U);
+    EXPECT_EQ(figures["kinds"][1]["missed"], 1);
+    EXPECT_EQ(figures["kinds"][1]["photos"], 1);
+    EXPECT_EQ(figures["kinds"][0]["rate"], 0.25);
     // Of 15 pairs 95 wins five, 50 three and a half, 49 two and a half.
-    EXPECT_THAT(figures.area, Optional(DoubleEq(11.0 / 15)));
-    for (const LivenessRates& rates : figures.table) {
-        if (rates.threshold == 10) {
-            EXPECT_THAT(rates.apcer, Optional(DoubleEq(0.8)));
-            EXPECT_THAT(rates.bpcer, Optional(DoubleEq(0)));
-        }
-    }
-    const LivenessFigures onlyLive = livenessFigures({shown(false, "plain", 80)}, 50);
-    EXPECT_EQ(onlyLive.rates.apcer, std::nullopt);
-    EXPECT_EQ(onlyLive.rates.acer(), std::nullopt);
+    EXPECT_DOUBLE_EQ(figures["auc"].get<double>(), 11.0 / 15);
+    EXPECT_EQ(figures["thresholds"][1], (Json{{"threshold", 10}, {"apcer", 0.8}, {"bpcer", 0.0}, {"acer", 0.4}}));
+    const Json onlyLive = livenessFigures({shown(false, "plain", 80)}, 50);
+    EXPECT_TRUE(onlyLive["apcer"].is_null());
+    EXPECT_TRUE(onlyLive["acer"].is_null());
 }
 
 TEST(LivenessSources, AreReadInTheOrderOfTheRecording) {

@@ -1,5 +1,4 @@
 #include "cli/run_command.hpp"
-#include "label_review.hpp"
 #include "labels.hpp"
 
 #include <gmock/gmock.h>
