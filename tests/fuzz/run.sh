@@ -29,7 +29,7 @@ case $target in
 image_decode) options="-max_len=65536 -timeout=20 -close_fd_mask=2" ;;
 frames) options="-max_len=64 -timeout=60" ;;
 network_loading) options="-max_len=4096 -timeout=60 -close_fd_mask=2" ;;
-bmp_to_raw) options="-max_len=4096" ;;
+bmp_to_raw | gallery_exchange | gallery_file | orientation) options="-max_len=4096" ;;
 *) options="-max_len=640" ;;
 esac
 

@@ -24,6 +24,9 @@ void networkLoading(const std::uint8_t* data, std::size_t size);
 void featureTemplate(const std::uint8_t* data, std::size_t size);
 void gallerySearch(const std::uint8_t* data, std::size_t size);
 void maxFaceRecog(const std::uint8_t* data, std::size_t size);
+void galleryExchange(const std::uint8_t* data, std::size_t size);
+void galleryFile(const std::uint8_t* data, std::size_t size);
+void orientation(const std::uint8_t* data, std::size_t size);
 void frames(const std::uint8_t* data, std::size_t size);
 
 } // namespace veldan_fuzz
