@@ -36,9 +36,7 @@ int main(int argc, char** argv) {
     benchmark::AddCustomContext("threads of OpenCV", std::to_string(cv::getNumThreads()));
     try {
         registerDetectorBenchmarks(options);
-        registerEngineBenchmarks(options);
-        registerRecognitionBenchmarks(options);
-        registerFlowBenchmarks(options);
+        registerFaceBenchmarks(options);
         registerSuppressionBenchmarks();
         registerStoreBenchmarks();
         registerSearchBenchmarks();

@@ -10,9 +10,7 @@ struct BenchOptions {
 };
 
 void registerDetectorBenchmarks(const BenchOptions& options);
-void registerEngineBenchmarks(const BenchOptions& options);
-void registerFlowBenchmarks(const BenchOptions& options);
-void registerRecognitionBenchmarks(const BenchOptions& options);
+void registerFaceBenchmarks(const BenchOptions& options);
 void registerSearchBenchmarks();
 void registerSuppressionBenchmarks();
 void registerStoreBenchmarks();
