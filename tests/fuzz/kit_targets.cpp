@@ -96,8 +96,6 @@ void requireSound(const veldan::kit::EnrolledPhoto& photo) {
     require(veldan::kit::damageOf(photo).empty());
 }
 
-} // namespace
-
 void galleryExchange(const std::uint8_t* data, std::size_t size) {
     Input input(data, size);
     const Bytes text = damaged(input, shelf().exported);
@@ -159,6 +157,14 @@ void orientation(const std::uint8_t* data, std::size_t size) {
     veldan::kit::turnUpright(photo, found);
     require(photo.width == (found >= 5 ? 2 : 3) && photo.height == (found >= 5 ? 3 : 2));
     require(std::set<unsigned char>(photo.pixels.begin(), photo.pixels.end()).size() == 18);
+}
+
+} // namespace
+
+const std::vector<Target>& targets() {
+    static const std::vector<Target> all = {
+        {"gallery_exchange", galleryExchange}, {"gallery_file", galleryFile}, {"orientation", orientation}};
+    return all;
 }
 
 } // namespace veldan_fuzz

@@ -15,10 +15,14 @@ target=$1
 amount=$2
 shift 2
 
+case $target in
+gallery_exchange | gallery_file | orientation) program=veldan_fuzz_kit ;;
+*) program=veldan_fuzz ;;
+esac
 if [ -z "${VELDAN_FUZZER:-}" ]; then
     cmake --preset fuzz >&2
-    cmake --build --preset fuzz --target veldan_fuzz >&2
-    VELDAN_FUZZER=build/fuzz/tests/fuzz/veldan_fuzz
+    cmake --build --preset fuzz --target $program >&2
+    VELDAN_FUZZER=build/fuzz/tests/fuzz/$program
 fi
 
 case $amount in

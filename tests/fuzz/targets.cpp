@@ -7,13 +7,10 @@ const std::vector<Target>& targets() {
         {"base64", base64},
         {"bmp_to_raw", bmpToRaw},
         {"frames", frames},
-        {"gallery_exchange", galleryExchange},
-        {"gallery_file", galleryFile},
         {"gallery_search", gallerySearch},
         {"image_decode", imageDecode},
         {"max_face_recog", maxFaceRecog},
         {"network_loading", networkLoading},
-        {"orientation", orientation},
         {"stored_network", storedNetwork},
         {"template", featureTemplate},
     };

@@ -14,6 +14,7 @@ struct Target {
     void (*run)(const std::uint8_t* data, std::size_t size);
 };
 
+// Those of this program: the library's, or those of the kit.
 const std::vector<Target>& targets();
 
 void bmpToRaw(const std::uint8_t* data, std::size_t size);
@@ -24,9 +25,6 @@ void networkLoading(const std::uint8_t* data, std::size_t size);
 void featureTemplate(const std::uint8_t* data, std::size_t size);
 void gallerySearch(const std::uint8_t* data, std::size_t size);
 void maxFaceRecog(const std::uint8_t* data, std::size_t size);
-void galleryExchange(const std::uint8_t* data, std::size_t size);
-void galleryFile(const std::uint8_t* data, std::size_t size);
-void orientation(const std::uint8_t* data, std::size_t size);
 void frames(const std::uint8_t* data, std::size_t size);
 
 } // namespace veldan_fuzz
