@@ -10,8 +10,9 @@ if(PROJECT_IS_TOP_LEVEL)
     endif()
     find_program(VELDAN_CCACHE ccache)
     if(VELDAN_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-        set(CMAKE_C_COMPILER_LAUNCHER ${VELDAN_CCACHE})
-        set(CMAKE_CXX_COMPILER_LAUNCHER ${VELDAN_CCACHE})
+        # Without these two allowances it would not keep what is compiled with a precompiled header.
+        set(CMAKE_C_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${VELDAN_CCACHE})
+        set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_C_COMPILER_LAUNCHER})
     endif()
     set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 endif()
@@ -29,3 +30,10 @@ if(VELDAN_SANITIZE)
         -fsanitize=${VELDAN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
     target_link_options(veldan_options INTERFACE -fsanitize=${VELDAN_SANITIZE})
 endif()
+
+option(VELDAN_UNITY "Compile sources that share costly headers several at a time" ON)
+# veldan_unity(target number) compiles that many sources of the target as one: much quicker from scratch where each of
+# them includes templates by the ten thousand lines. Names in such a target's unnamed namespaces differ from file to file.
+function(veldan_unity target number)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ${VELDAN_UNITY} UNITY_BUILD_BATCH_SIZE ${number})
+endfunction()
