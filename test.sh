@@ -1,14 +1,15 @@
 #!/bin/bash
-# usage: ./test.sh [--quick]
-# Installs what is missing, builds, and runs all checks. --quick leaves out the sanitizers, clang-tidy and the trainer's tests.
+# usage: ./test.sh [--all]
+# Installs what is missing, builds the library, the command and the tests, and runs the tests. --all adds what takes
+# longer: the measuring programs, the Python package, the trainer, format, flake8, clang-tidy and the sanitizers.
 set -uo pipefail
-cd "$(dirname "$0")"
+cd "$(dirname "$0")" || exit
 
-quick=false
+all=false
 case ${1:-} in
     "") ;;
-    --quick) quick=true ;;
-    *) echo "usage: ./test.sh [--quick]" >&2; exit 2 ;;
+    --all) all=true ;;
+    *) echo "usage: ./test.sh [--all]" >&2; exit 2 ;;
 esac
 
 jobs=$(nproc)
@@ -50,42 +51,44 @@ check_format() {
     sources | xargs clang-format --dry-run -Werror
 }
 
-# Our own units, without the generated ones that hold the networks. The compiler's default is C++17 already, so the
-# compilation database does not name it; clang-tidy's default is older.
-check_tidy() {
-    # shellcheck disable=SC2016
-    find src kit cli python bench tests -name '*.cpp' -not -path 'tests/consumer/*' -print0 |
-        xargs -0 -n 1 -P "$jobs" clang-tidy -p build/release --quiet --extra-arg-before=-std=c++17 2> >(grep -v 'warnings generated\|^Suppressed' >&2)
-}
-
 # With Debian's Python, which has the packages.
 check_training() {
     VELDAN_LIBRARY=$PWD/build/release/src/libveldan.so /usr/bin/python3 -m pytest -q -p no:cacheprovider training/tests
 }
 
+# build PRESET [-DOPTION=VALUE...] [-- ARGUMENTS OF THE BUILD...]
 build() {
-    local preset=$1
+    local preset=$1 options=()
     shift
+    while [ $# -gt 0 ] && [ "$1" != -- ]; do
+        options+=("$1")
+        shift
+    done
     local log=build/configure-$preset.log
     mkdir -p build
-    cmake --preset "$preset" -DVELDAN_PYTHON="$([ "$preset" = release ] && echo ON || echo OFF)" -DCMAKE_COMPILE_WARNING_AS_ERROR=ON >"$log" 2>&1 || {
+    cmake --preset "$preset" -DCMAKE_COMPILE_WARNING_AS_ERROR=ON "${options[@]}" >"$log" 2>&1 || {
         cat "$log"
         return 1
     }
-    cmake --build --preset "$preset" --parallel "$jobs" "$@"
+    cmake --build --preset "$preset" --parallel "$jobs" "${@:2}"
 }
 
-step "packages" scripts/install_packages.sh "$($quick && echo quick || echo test)" || finish
-step "format" check_format
-step "build" build release || finish
-step "tests" ctest --preset release --parallel "$jobs"
-if ! $quick; then
-    step "the trainer's tests" check_training
-    step "flake8" flake8
-    step "clang-tidy" check_tidy
-    step "build with address and undefined sanitizers" build asan &&
-        step "tests with address and undefined sanitizers" ctest --preset asan --parallel "$jobs"
-    step "build with thread sanitizer" build tsan --target threads_test &&
-        step "tests with thread sanitizer" ctest --preset tsan -L threads
+if ! $all; then
+    step "packages" scripts/install_packages.sh test || finish
+    step "build" build release -DVELDAN_BENCH=OFF -DVELDAN_PYTHON=OFF || finish
+    step "tests" ctest --preset release --parallel "$jobs"
+    finish
 fi
+
+step "packages" scripts/install_packages.sh all || finish
+step "format" check_format
+step "build" build release -DVELDAN_BENCH=ON -DVELDAN_PYTHON=ON || finish
+step "tests" ctest --preset release --parallel "$jobs"
+step "the trainer's tests" check_training
+step "flake8" flake8
+step "clang-tidy" scripts/tidy.sh
+step "build with address and undefined sanitizers" build asan -DVELDAN_BENCH=ON &&
+    step "tests with address and undefined sanitizers" ctest --preset asan --parallel "$jobs"
+step "build with thread sanitizer" build tsan -DVELDAN_BENCH=OFF -- --target threads_test &&
+    step "tests with thread sanitizer" ctest --preset tsan -L threads
 finish
