@@ -6,12 +6,15 @@
 #include <veldan/face_quality.hpp>
 #include <veldan/image_tool.h>
 
+#include <opencv2/imgproc.hpp>
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <pybind11/stl.h>
 
 namespace veldan::python {
 
@@ -53,6 +56,19 @@ struct Strided {
     py::ssize_t height, width;
     py::ssize_t row, column, channel; // steps in bytes, which may be 0 and negative
 };
+
+// Whether pixels lie side by side within each row.
+bool hasWholeRows(const Strided& image) {
+    return image.channel == 1 && image.column == 3 && image.row >= image.width * 3;
+}
+
+// In the order that the library takes, out of the other one.
+void turnOrder(const Strided& from, unsigned char* to) {
+    const cv::Size size(static_cast<int>(from.width), static_cast<int>(from.height));
+    cv::Mat result(size, CV_8UC3, to);
+    cv::cvtColor(cv::Mat(size, CV_8UC3, detail::unconst(from.first), static_cast<std::size_t>(from.row)), result,
+                 cv::COLOR_RGB2BGR);
+}
 
 void copyPacked(const Strided& from, bool reversed, unsigned char* to) {
     const py::ssize_t first = reversed ? 2 * from.channel : 0;
@@ -121,7 +137,7 @@ bool frontal(Array record) {
 
 } // namespace
 
-Array packed(const py::object& image, const std::string& order) {
+Array packed(const py::object& image, const std::string& order, bool copy, const std::optional<Array>& out) {
     if (order != "BGR" && order != "RGB")
         refuse("its order is \"" + order + "\", neither \"BGR\" nor \"RGB\"");
     if (!py::isinstance<Array>(image))
@@ -129,10 +145,12 @@ Array packed(const py::object& image, const std::string& order) {
     const Array array = py::reinterpret_borrow<Array>(image);
     requireImage(array);
     const bool reversed = order == "RGB";
-    if (!reversed && liesPacked(array))
+    if (!copy && !reversed && liesPacked(array))
         return array;
-    py::array_t<unsigned char> copy({array.shape(0), array.shape(1), py::ssize_t{3}});
-    unsigned char* const to = copy.mutable_data();
+    Array target = out ? *out : Array(py::array_t<unsigned char>({array.shape(0), array.shape(1), py::ssize_t{3}}));
+    if (viewOf(target).width != array.shape(1) || viewOf(target).height != array.shape(0))
+        refuse("it does not fit into an array of the shape " + shapeText(target));
+    auto* const to = static_cast<unsigned char*>(target.mutable_data());
     const Strided from{static_cast<const unsigned char*>(array.data()),
                        array.shape(0),
                        array.shape(1),
@@ -141,9 +159,12 @@ Array packed(const py::object& image, const std::string& order) {
                        array.strides(2)};
     {
         const py::gil_scoped_release release;
-        copyPacked(from, reversed, to);
+        if (reversed && hasWholeRows(from))
+            turnOrder(from, to);
+        else
+            copyPacked(from, reversed, to);
     }
-    return copy;
+    return target;
 }
 
 ImageView viewOf(const Array& frame) {
@@ -169,7 +190,8 @@ Array arrayOf(const std::vector<VDFACEINFOEX>& records) {
 }
 
 void bindFrames(py::module_& module) {
-    module.def("packed", packed, py::arg("image"), py::arg("order"));
+    module.def("packed", packed, py::arg("image"), py::arg("order"), py::arg("copy") = false,
+               py::arg("out") = std::nullopt);
     module.def("aligned", aligned, py::arg("frame"), py::arg("record"), py::arg("five_points"), py::arg("side"));
     module.def("resized", resized, py::arg("frame"), py::arg("width"), py::arg("height"));
     module.def("sharp", sharp, py::arg("frame"), py::arg("record"));

@@ -102,6 +102,25 @@ def test_faces_keep_the_frame_as_it_was(engine, rows):
     assert np.array_equal(records(engine.judge(faces)), expected)
 
 
+def test_frames_of_faces_that_are_gone_serve_again(engine, rows):
+    images = [np.roll(rows, 3 * step, axis=0) for step in range(5)]
+    expected = [[face.liveness for face in engine.detect(image)] for image in images]
+    kept, parts, found = [], [], []
+    for image in images:
+        faces = engine.detect(image)
+        found.append(faces[0].frame.__array_interface__["data"][0])
+        kept.append(faces) if len(kept) < 2 else parts.append(faces[0].frame[5:9])
+        del faces
+    assert len(set(found)) == 5  # a part of a frame keeps it, too
+    assert [[face.liveness for face in faces] for faces in kept] == expected[:2]
+    assert all(np.array_equal(part, image[5:9]) for part, image in zip(parts, images[2:]))
+    del kept, parts
+    again = {engine.detect(image)[0].frame.__array_interface__["data"][0] for image in images}
+    assert len(again) == 1
+    with pytest.raises(ValueError):
+        engine.detect(rows)[0].frame[:] = 0
+
+
 def test_the_very_array_is_kept_on_demand(engine, rows):
     assert engine.detect(rows, copy=False)[0].frame is rows
     assert engine.detect(rows)[0].frame is not rows

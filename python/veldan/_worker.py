@@ -6,7 +6,7 @@ import threading
 from multiprocessing import connection
 from typing import Any, Union
 
-from . import _veldan, set_opencv_threads
+from ._native import _veldan
 from .batch import ScanResult
 from .engine import Engine
 from .errors import Error
@@ -18,10 +18,12 @@ _of_thread = threading.local()
 
 
 def _engine() -> Engine:
+    engine: Engine
     if not hasattr(_of_thread, "engine"):
-        set_opencv_threads(1)  # one process for each core is faster
+        _veldan.set_opencv_threads(1)  # one process for each core is faster
         _of_thread.engine = Engine(0)
-    return _of_thread.engine
+    engine = _of_thread.engine
+    return engine
 
 
 def _kind(face: Face, templates: Union[bool, str]) -> str:

@@ -7,7 +7,7 @@ import subprocess
 import sys
 from collections import deque
 from multiprocessing import connection
-from typing import Any, Callable, Deque, Dict, Iterable, Iterator, List, Optional, Tuple, Union
+from typing import Any, Callable, Deque, Dict, Iterable, Iterator, List, Optional, Set, Sized, Tuple, Union
 
 from .errors import Error, WorkerError
 from .face import Face
@@ -76,7 +76,7 @@ def scan(photos: Iterable[Any], jobs: Optional[int] = None, judge: bool = True, 
         jobs = len(os.sched_getaffinity(0))
     if jobs < 1:
         raise ValueError(f"jobs is {jobs}, at least 1 is needed")
-    total = len(photos) if hasattr(photos, "__len__") else None
+    total = len(photos) if isinstance(photos, Sized) else None
     return _run(iter(photos), jobs, {"judge": judge, "templates": templates}, total, progress)
 
 
@@ -86,12 +86,13 @@ def _run(photos: Iterator[Any], jobs: int, options: Dict[str, Any], total: Optio
     most_ahead = 8 * jobs
     workers: List[_Worker] = []
     again: Deque[Tuple[int, Any]] = deque()
+    tried: Set[int] = set()
     finished: Dict[int, ScanResult] = {}
     yielded = taken = 0
     exhausted = False
     try:
         while True:
-            for worker in workers + [None] * (jobs - len(workers)):
+            for worker in [*workers, *[None] * (jobs - len(workers))]:
                 if worker is not None and worker.task is not None:
                     continue
                 if again:
@@ -112,18 +113,19 @@ def _run(photos: Iterator[Any], jobs: int, options: Dict[str, Any], total: Optio
                     worker.give(task)
                 except Exception as error:  # pickle's are of many types
                     finished[task[0]] = ScanResult(task[1], error=Error(f"it cannot be handed to a process: {error}"))
-            busy = {worker.connection: worker for worker in workers if worker.task is not None}
+            busy: Dict[Any, _Worker] = {worker.connection: worker for worker in workers if worker.task is not None}
             for ready in connection.wait(list(busy)) if busy else []:
                 worker = busy[ready]
-                index, photo = worker.task
+                index, photo = worker.task or (0, None)
                 result = worker.take()
                 if result is None:
                     workers.remove(worker)
-                    if worker.second_try:
+                    if index in tried:
                         result = ScanResult(photo, error=WorkerError(f"the process that worked on it {worker.end()}"))
                     else:
                         worker.end()
-                        again.append(worker.retry())
+                        tried.add(index)
+                        again.append((index, photo))
                         continue
                 finished[index] = dataclasses.replace(result, photo=photo)
             while yielded in finished:
@@ -136,10 +138,6 @@ def _run(photos: Iterator[Any], jobs: int, options: Dict[str, Any], total: Optio
     finally:
         for worker in workers:
             worker.end()
-
-
-class _SecondTry(tuple):
-    """A task whose worker has died once."""
 
 
 class _Worker:
@@ -155,10 +153,6 @@ class _Worker:
         self.task: Optional[Tuple[int, Any]] = None
         self._options = options
 
-    @property
-    def second_try(self) -> bool:
-        return isinstance(self.task, _SecondTry)
-
     def give(self, task: Tuple[int, Any]) -> None:
         try:
             self.connection.send((task[1], self._options))
@@ -169,14 +163,11 @@ class _Worker:
     def take(self) -> Optional[ScanResult]:
         """The result; None when the process has died."""
         try:
-            result = self.connection.recv()
+            result: ScanResult = self.connection.recv()
         except (EOFError, OSError):
             return None
         self.task = None
         return result
-
-    def retry(self) -> Tuple[int, Any]:
-        return _SecondTry(self.task)
 
     def end(self) -> str:
         self.connection.close()

@@ -164,7 +164,7 @@ def _publish(path: pathlib.Path, content: bytes) -> None:
     os.replace(scratch, path)
 
 
-def _run(client: "distributed.Client", missing: Dict[pathlib.Path, Sequence[Any]], options: Dict[str, Any], total: int,
+def _run(client: "distributed.Client", missing: Dict[pathlib.Path, List[Any]], options: Dict[str, Any], total: int,
          progress: Optional[Callable[[int, int], None]]) -> Any:
     futures = {client.submit(_make, str(path), part, options, key=f"veldan-{uuid.uuid4().hex}", pure=False): path
                for path, part in missing.items()}

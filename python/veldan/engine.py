@@ -1,5 +1,6 @@
 """The engine: everything that looks at pixels."""
 
+import sys
 from types import TracebackType
 from typing import Iterable, List, Optional, Sequence, Tuple, Type
 
@@ -17,10 +18,34 @@ _LIGHTS = {"visible": "judge_liveness", "near_infrared": "judge_near_infrared"}
 _POINTS = {"five": True, "two": False}
 
 
-def packed_frame(image: Image, order: str, copy: bool) -> Tuple[Image, bool]:
-    """The image as the library takes it, and whether it has still to be copied before a face may keep it."""
-    frame = _veldan.packed(image, order)
-    return frame, copy and frame is image and frame.flags.writeable
+class FrameKeeper:
+    """Takes images as the library does, and copies them for faces to keep. Memory that was never touched costs more than
+    copying a frame, so copies that nobody looks at any more are filled anew."""
+
+    # The faces of a loop are usually there until those of the next frame are.
+    _MOST = 2
+    _MOST_BYTES = 1 << 24
+    # The list, the loop's variable and the argument of getrefcount() itself.
+    _OWN_REFERENCES = 3
+
+    def __init__(self) -> None:
+        self._copies: List[Image] = []
+
+    def frame(self, image: Image, order: str, copy: bool) -> Image:
+        """The image, packed and in the library's order: the very array where it lies so and nothing asks for a copy."""
+        if not isinstance(image, np.ndarray) or (order == "BGR" and image.flags.c_contiguous and not (copy and image.flags.writeable)):
+            return _veldan.packed(image, order)
+        for spare in self._copies:
+            if spare.shape == image.shape and sys.getrefcount(spare) == self._OWN_REFERENCES:
+                spare.flags.writeable = True
+                _veldan.packed(image, order, True, spare)
+                spare.flags.writeable = False
+                return spare
+        fresh = _veldan.packed(image, order, True)
+        fresh.flags.writeable = False
+        if fresh.nbytes <= self._MOST_BYTES:
+            self._copies = [fresh, *self._copies[:self._MOST - 1]]
+        return fresh
 
 
 class Engine:
@@ -48,6 +73,7 @@ class Engine:
     def __init__(self, capacity: int = _veldan.DEFAULT_CAPACITY) -> None:
         self._capacity = capacity
         self._instance = _veldan.Instance(capacity)
+        self._keeper = FrameKeeper()
 
     def detect(self, image: Image, order: str = "BGR", copy: bool = True) -> List[Face]:
         """Finds the faces of an image.
@@ -72,11 +98,8 @@ class Engine:
         ImageError
             When the array is no such image; `ImageTooSmallError` below 100 pixels.
         """
-        frame, must_copy = packed_frame(image, order, copy)
-        records = self._instance.detect(frame)
-        if must_copy and len(records):
-            frame = frame.copy()
-        return [Face(self._instance, frame, record) for record in records]
+        frame = self._keeper.frame(image, order, copy)
+        return [Face(self._instance, frame, record) for record in self._instance.detect(frame)]
 
     def face_at(self, image: Image, box: Sequence[int], order: str = "BGR", copy: bool = True) -> Face:
         """A face whose box was found elsewhere, with the points that the library finds in it.
@@ -93,7 +116,7 @@ class Engine:
         Face
             Its box is the refined one, cut off at the image's border.
         """
-        frame, must_copy = packed_frame(image, order, copy)
+        frame = self._keeper.frame(image, order, copy)
         height, width = frame.shape[:2]
         left, top = max(int(box[0]), 0), max(int(box[1]), 0)
         right, bottom = min(int(box[0]) + int(box[2]), width), min(int(box[1]) + int(box[3]), height)
@@ -107,7 +130,7 @@ class Engine:
         x, y = min(max(refined[0], 0), width - 1), min(max(refined[1], 0), height - 1)
         record[:4] = x, y, max(min(refined[0] + refined[2], width) - x, 1), max(min(refined[1] + refined[3], height) - y, 1)
         record[249] = int(np.hypot(record[5] - record[6], record[125] - record[126]))
-        return Face(self._instance, frame.copy() if must_copy else frame, record)
+        return Face(self._instance, frame, record)
 
     def judge(self, faces: Iterable[Face], light: str = "visible") -> List[Face]:
         """Judges quality, mask, liveness, sharpness and frontalness of faces at once.
@@ -134,8 +157,7 @@ class Engine:
             face._judge("quality")
             face._judge("mask")
             if light == "near_infrared" and "near_infrared" not in face._known:
-                face._require_frame("liveness")
-                self._instance.judge_near_infrared(face._frame, face._record)
+                self._instance.judge_near_infrared(face._kept_frame("liveness"), face._record)
                 face._known.update(liveness=True, near_infrared=True)
             face._judge("liveness")
             face._test("sharp")
@@ -159,8 +181,7 @@ class Engine:
         """
         if points not in _POINTS:
             raise ValueError(f"points is {points!r}, neither 'five' nor 'two'")
-        face._require_frame("alignment")
-        return _veldan.aligned(face._frame, face._record, _POINTS[points], size)
+        return _veldan.aligned(face._kept_frame("alignment"), face._record, _POINTS[points], size)
 
     def template(self, face: Face, kind: str = "bare") -> Template:
         """The template of a face.
@@ -178,14 +199,13 @@ class Engine:
         """
         if kind not in KINDS:
             raise TemplateError(f"kind is {kind!r}, neither 'bare' nor 'masked'")
-        face._require_frame("extraction")
+        frame = face._kept_frame("extraction")
         enrolment = kind == "masked" and not face.masked
-        return Template(self._instance.extract(face._frame, face._record, KINDS[kind], enrolment))
+        return Template(self._instance.extract(frame, face._record, KINDS[kind], enrolment))
 
     def enrolment_quality(self, face: Face) -> int:
         """Quality of a face for enrolment, 0 to 100: 0.8 of its quality when it is blurred."""
-        face._require_frame("quality")
-        return self._instance.enrolment_quality(face._frame, face._record)
+        return self._instance.enrolment_quality(face._kept_frame("quality"), face._record)
 
     @property
     def closed(self) -> bool:

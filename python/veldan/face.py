@@ -138,22 +138,21 @@ class Face:
             return
         if what == "liveness":
             self._judge("mask")  # liveness chooses its points by the mask
-        self._require_frame(what)
-        getattr(self._engine, "judge_" + what)(self._frame, self._record)
+        getattr(self._engine, "judge_" + what)(self._kept_frame(what), self._record)
         self._known[what] = True
 
     def _test(self, what: str) -> bool:
         if what not in self._known:
             if what == "sharp":
-                self._require_frame(what)
-                self._known[what] = _veldan.sharp(self._frame, self._record)
+                self._known[what] = _veldan.sharp(self._kept_frame(what), self._record)
             else:
                 self._known[what] = _veldan.frontal(self._record)
         return self._known[what]
 
-    def _require_frame(self, what: str) -> None:
+    def _kept_frame(self, what: str) -> "npt.NDArray[np.uint8]":
         if self._engine is None or self._frame is None:
             raise NotJudgedError(f"{what}: the face has left its process and its frame; judge it before")
+        return self._frame
 
     def __getstate__(self) -> Dict[str, Any]:
         return {"record": self._record, "known": self._known}

@@ -264,7 +264,7 @@ class Gallery:
 
     def _state_of_file(self) -> Any:
         """Another one after every change, whoever made it."""
-        states = []
+        states: List[Optional[Tuple[int, int, int]]] = []
         for path in (self._path, self._path + "-wal"):
             try:
                 state = os.stat(path)

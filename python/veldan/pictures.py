@@ -31,10 +31,10 @@ def read_bytes(photo: Any) -> bytes:
         except OSError as error:
             raise PhotoError(f"{os.fspath(photo)}: {error.strerror}") from error
     if hasattr(photo, "read"):
-        return photo.read()
+        return bytes(photo.read())
     if hasattr(photo, "open"):
         with photo.open() as file:
-            return file.read()
+            return bytes(file.read())
     raise TypeError(f"{type(photo).__name__} is neither a path nor bytes nor a file object")
 
 

@@ -55,7 +55,7 @@ class Template:
         return self._data
 
     def __eq__(self, other: object) -> bool:
-        return self._data == other._data if isinstance(other, Template) else NotImplemented
+        return isinstance(other, Template) and self._data == other._data
 
     def __hash__(self) -> int:
         return hash(self._data)

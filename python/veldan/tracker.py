@@ -3,8 +3,11 @@
 import math
 from typing import Iterable, Iterator, List, Optional, Tuple
 
+import numpy as np
+import numpy.typing as npt
+
 from ._native import _veldan
-from .engine import Engine, Image, packed_frame
+from .engine import Engine, FrameKeeper, Image
 from .errors import ImageError
 from .face import TrackedFace
 from .gallery import Gallery
@@ -22,6 +25,7 @@ class Tracker:
     def __init__(self, engine: Engine) -> None:
         self._instance = engine._instance
         self._tracker = _veldan.Tracker(self._instance)
+        self._keeper = FrameKeeper()
         self._frame: Optional[Image] = None
         self._faces: List[TrackedFace] = []
         self._snapshot: Optional[_veldan.SearchableGallery] = None
@@ -45,10 +49,8 @@ class Tracker:
         list of TrackedFace
             Largest first, at most 100.
         """
-        frame, must_copy = packed_frame(image, order, copy)
+        frame = self._keeper.frame(image, order, copy)
         records = self._tracker.next(frame)
-        if must_copy and len(records):
-            frame = frame.copy()
         self._frame = frame
         return self._take(records)
 
@@ -87,8 +89,8 @@ class Tracker:
         if self._snapshot is None:
             self._snapshot = gallery._searchable()
             self._names = self._snapshot.names
-        percents = [min(max(math.ceil(round(one * 100, 4)), 0), 101) for one in (threshold, mask_threshold)]
-        return self._take(self._tracker.search(self._last_frame(), self._snapshot, *percents, quality))
+        bare, masked = (min(max(math.ceil(round(one * 100, 4)), 0), 101) for one in (threshold, mask_threshold))
+        return self._take(self._tracker.search(self._last_frame(), self._snapshot, bare, masked, quality))
 
     def follow(self, frames: Iterable[Image], order: str = "BGR") -> Iterator[Tuple[Image, List[TrackedFace]]]:
         """Goes through a video.
@@ -111,6 +113,6 @@ class Tracker:
             raise ImageError("there was no frame yet")
         return self._frame
 
-    def _take(self, records: Image) -> List[TrackedFace]:
+    def _take(self, records: "npt.NDArray[np.int32]") -> List[TrackedFace]:
         self._faces = [TrackedFace(self._instance, self._frame, record, self._names) for record in records]
         return self.faces

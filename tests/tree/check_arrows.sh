@@ -1,7 +1,7 @@
 #!/bin/sh
 # usage: check_arrows.sh SOURCE_TREE
-# Who may include what: cli -> kit -> include/veldan, and src -> include/veldan. Within kit a room knows those before it,
-# within src the instance knows the engines, and these what they share.
+# Who may include what: cli, python -> kit -> include/veldan, and src -> include/veldan. Within kit a room knows those before
+# it, within src the instance knows the engines, and these what they share.
 set -eu
 export LC_ALL=C
 cd "$1"
@@ -44,6 +44,7 @@ own() {
 own src src
 own kit kit
 own cli cli kit
+own python/src python/src kit
 own include/veldan include/veldan
 refuse "public headers know none of ours but each other" '"' include/veldan
 refuse "the library and the kit do not know the command's options" 'CLI/' include src kit

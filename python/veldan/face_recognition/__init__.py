@@ -11,7 +11,8 @@ from typing import Any, Dict, List, Optional, Sequence, Tuple
 import numpy as np
 import numpy.typing as npt
 
-from .. import SAME_PERSON, _veldan
+from .. import SAME_PERSON
+from .._native import _veldan
 from ..engine import Engine
 from ..errors import Error
 from ..face import Box, Face
@@ -115,9 +116,11 @@ def face_landmarks(face_image: Image, face_locations: Optional[Sequence[Location
     _require_model(model, ("large", "small"))
     if model == "large":
         raise NoLandmarksError("face_landmarks: the large model has 68 points, Veldan finds five; say model=\"small\"")
-    return [{"nose_tip": [nose], "left_eye": [left], "right_eye": [right]}
-            for left, right, nose in ([tuple(point) for point in face.points[:3].tolist()]
-                                      for face in _faces(face_image, face_locations))]
+    marks = []
+    for face in _faces(face_image, face_locations):
+        left, right, nose = ((int(x), int(y)) for x, y in face.points[:3])
+        marks.append({"nose_tip": [nose], "left_eye": [left], "right_eye": [right]})
+    return marks
 
 
 def face_encodings(face_image: Image, known_face_locations: Optional[Sequence[Location]] = None, num_jitters: int = 1,
@@ -170,7 +173,8 @@ def encoding_of(template: Template) -> Encoding:
 def _engine() -> Engine:
     if not hasattr(_of_thread, "engine"):
         _of_thread.engine = Engine(0)
-    return _of_thread.engine
+    engine: Engine = _of_thread.engine
+    return engine
 
 
 def _require_model(model: str, models: Tuple[str, ...]) -> None:
@@ -220,8 +224,9 @@ def _faces(image: Image, locations: Optional[Sequence[Location]]) -> List[Face]:
     for top, right, bottom, left in locations:
         box = Box(left, top, right - left, bottom - top)
         best = max(found, key=lambda face: _overlap(face.box, box), default=None)
-        known = best is not None and _overlap(best.box, box) >= _SAME_BOX
-        faces.append(best if known else _engine().face_at(frame, box))
+        if best is None or _overlap(best.box, box) < _SAME_BOX:
+            best = _engine().face_at(frame, box)
+        faces.append(best)
     return faces
 
 
