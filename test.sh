@@ -84,6 +84,7 @@ step "packages" scripts/install_packages.sh all || finish
 step "format" check_format
 step "build" build release -DVELDAN_BENCH=ON -DVELDAN_PYTHON=ON || finish
 step "tests" ctest --preset release --parallel "$jobs"
+step "the Python package's long tests" ctest --preset release -C slow -L python-slow
 step "the trainer's tests" check_training
 step "flake8" flake8
 step "clang-tidy" scripts/tidy.sh

@@ -30,7 +30,7 @@ class CMakeBuild(build_ext):
         if build is None:
             build = SCRATCH / "cmake"
             subprocess.run(["cmake", "-S", TREE, "-B", build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release", "-DVELDAN_PYTHON=ON",
-                            "-DVELDAN_DEVELOPER=OFF"], check=True)
+                            "-DVELDAN_DEVELOPER=OFF", "-DVELDAN_BUILD_CLI=OFF"], check=True)
         subprocess.run(["cmake", "--build", build, "--parallel", str(os.cpu_count() or 1), "--target", "veldan_python"],
                        check=True)
         with tempfile.TemporaryDirectory() as stage:
