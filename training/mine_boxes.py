@@ -20,9 +20,9 @@ import numpy as np  # noqa: E402
 from veldan_training import cascade, exporting, photos, pieces  # noqa: E402
 
 # Photos of a round: everyday photos; portraits, of which the first number is mined and the second gives its labels.
-EVERYDAY = {"people": 900, "sports": 1100, "weapons": 600, "babies": 700, "fashion": 120, "clothes": 450, "kitchen_hands": 200}
-PORTRAITS = {"helen": (250, 900), "groups": (300, 900), "portraits": (150, 400), "net80": (300, 1800), "mask_close": (250, 700),
-             "misc": (120, 120), "scenes": (100, 100), "pets": (180, 180), "streets": (40, 40), "trash": (50, 50)}
+EVERYDAY = {"people": 900, "sports": 1000, "weapons": 500, "babies": 300, "fashion": 100, "clothes": 300, "kitchen_hands": 150}
+PORTRAITS = {"helen": (200, 500), "groups": (250, 600), "portraits": (100, 200), "net80": (700, 1000), "mask_close": (200, 400),
+             "misc": (100, 100), "scenes": (80, 80), "pets": (300, 300), "streets": (30, 30), "trash": (40, 40)}
 
 
 def everyday(folder, rng, turned_first):

@@ -40,7 +40,8 @@ def overlap(box, boxes):
     return inter / np.maximum(box[2] * box[3] + boxes[:, 2] * boxes[:, 3] - inter, 1e-9)
 
 
-def _rows(path):
+def rows(path):
+    """Of a comma-separated table, without its heading; none where there is no file."""
     if not os.path.exists(path):
         return []
     with open(path, newline="") as f:
@@ -85,7 +86,7 @@ def _add_human_points(faces, points):
 
 def teacher_faces(folder, pack):
     """(file, box, points, score) of each of the teacher's labels as it stands in the pack, certain or not."""
-    for name, *values in _rows(f"{folder}/{pack}.labels.csv"):
+    for name, *values in rows(f"{folder}/{pack}.labels.csv"):
         v = np.array([float(a) for a in values])
         yield name, v[:4], v[4:14], v[14]
 
@@ -95,10 +96,10 @@ def _labels(folder, pack):
     faces = {}
     for name, box, points, score in teacher_faces(folder, pack):
         faces.setdefault(name, []).append([box, score >= FACE_SCORE, points, False])
-    for r in _rows(f"{folder}/{pack}.landmarks.csv"):
+    for r in rows(f"{folder}/{pack}.landmarks.csv"):
         points = np.array([float(a) for a in r[1:11]])
         _add_human_points(faces.setdefault(r[0], []), points)
-    for r in _rows(f"{folder}/{pack}.masks.csv"):
+    for r in rows(f"{folder}/{pack}.masks.csv"):
         box = np.array([float(a) for a in r[1:5]])
         near = [f for f in faces.get(r[0], []) if overlap(box, f[0])[0] > 0.35]
         if not any(f[1] for f in near):
@@ -118,7 +119,7 @@ def load(data, split="train", packs=None, subset=None, doubt_animals=False):
         faces = _labels(folder, pack)
         with zipfile.ZipFile(f"{folder}/{pack}.zip") as z:
             members = {os.path.basename(n): n for n in z.namelist()}
-            for r in _rows(f"{folder}/{pack}.images.csv"):
+            for r in rows(f"{folder}/{pack}.images.csv"):
                 if r[3] != split or r[0] not in members:
                     continue
                 if subset and is_development(r[0]) != (subset == "development"):
@@ -196,9 +197,9 @@ def everyday(folder, split="train", packs=EVERYDAY + BACKGROUND, subset=None):
     listed = []
     for pack in packs:
         labels = {}
-        for name, *values in _rows(os.path.join(folder, f"{pack}.labels.csv")):
+        for name, *values in rows(os.path.join(folder, f"{pack}.labels.csv")):
             labels.setdefault(name, []).append([float(v) for v in values])
-        for row in _rows(os.path.join(folder, f"{pack}.csv")):
+        for row in rows(os.path.join(folder, f"{pack}.csv")):
             if row[3] != split or (subset and is_development(f"{pack}/{row[0]}") != (subset == "development")):
                 continue
             v = np.array(labels.get(row[0], []), np.float32).reshape(-1, 16)

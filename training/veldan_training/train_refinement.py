@@ -11,7 +11,7 @@ from . import refinement, running
 
 RECIPE = {  # steps, learning rate, share of crops cut as for the refinement of known faces
     "FaceDetectR": (24000, 2.5e-3, 0.0),
-    "FaceDetectO": (40000, 2e-3, 0.12),
+    "FaceDetectO": (40000, 2e-3, 0.2),
 }
 
 
