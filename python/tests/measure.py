@@ -146,11 +146,13 @@ def cluster(photos, partition):
     with distributed.LocalCluster(n_workers=2, threads_per_worker=1, dashboard_address=None) as local:
         with distributed.Client(local) as client:
             client.run(lambda: _worker.examine(paths[0], True, True) and None)
+            before = sum(client.run(time.process_time).values())
             with tempfile.TemporaryDirectory() as out:
                 start = time.perf_counter()
                 summary = veldan.distributed.process(paths, out, client, partition=partition)
                 wall = time.perf_counter() - start
-                say(f"two workers: {summary}, {len(paths) / wall:.1f} photos/s")
+                spent = sum(client.run(time.process_time).values()) - before
+                say(f"two workers: {summary}, {len(paths) / wall:.1f} photos/s, {spent:.1f} CPU s")
 
 
 def main():

@@ -1,6 +1,7 @@
 """The module for programs written for face_recognition, held to that package's documentation."""
 
 import io
+import pathlib
 import shutil
 import subprocess
 import sys
@@ -101,3 +102,16 @@ def test_the_commands_print_csv_lines(tmp_path, capfd):
     expected = [[f"{unknown}/{name}", *map(str, location)] for name in ("a.webp", "b.jpg") for location in
                 face_recognition.face_locations(face_recognition.load_image_file(unknown / name))]
     assert [line.split(",") for line in printed.out.splitlines()] == expected and "d.jpg" in printed.err
+
+
+def test_a_program_runs_with_its_import_changed(tmp_path):
+    text = (pathlib.Path(__file__).parent / "programs" / "who_is_it.py").read_text()
+    changed = text.replace("import face_recognition\n", "import veldan.face_recognition as face_recognition\n")
+    assert changed != text
+    for name, photo in (("Ada", "first-bare.webp"), ("Grace", "second-bare.webp")):
+        shutil.copy(PHOTOS / photo, tmp_path / f"{name}.webp")
+    for photo, names in (("first-bare.webp", ["Ada"]), ("astronaut.jpg", ["Unknown"])):
+        done = subprocess.run([sys.executable, "-c", changed, tmp_path, PHOTOS / photo], capture_output=True, text=True)
+        first, *lines = done.stdout.splitlines()
+        assert done.returncode == 0 and first == "I found 1 face(s) in this photograph.", done.stderr
+        assert [line.split(" at ")[0] for line in lines] == names
