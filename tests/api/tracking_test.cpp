@@ -104,12 +104,14 @@ VdFaceAPI* Tracking::api = nullptr;
 Faces Tracking::found;
 
 TEST_F(Tracking, FirstFrame) {
+    track({elsewhere(7)});
     const Faces faces = track({});
     ASSERT_EQ(faces.size(), found.size());
     VDFACEINFOEX expected;
     std::memset(&expected, 0xFF, sizeof(expected)); // the default record: -1 everywhere
     expected.trackId = 0;
     expected.searchFlag = 0;
+    EXPECT_TRUE(veldan_tests::changedWords(expected, api->previousFaces[0]).empty()) << "nobody was there before";
     for (std::size_t i = 0; i < faces.size(); ++i) {
         if (i > 0)
             std::memset(&expected, 0xA5, sizeof(expected)); // the others keep what the caller had

@@ -159,6 +159,9 @@ TEST_F(VeldanHpp, TrackedFacesKeepWhatWasFound) {
     EXPECT_EQ(later.maskScore, found.maskScore);
     EXPECT_THROW(moved.next({}), Error);
     EXPECT_EQ(moved.faces().size(), 1U) << "as before the call that failed";
+    Tracker assigned(*instance);
+    assigned = std::move(moved);
+    EXPECT_EQ(assigned.next(view(photo)).at(0).searchFlag, 1);
 }
 
 TEST_F(VeldanHpp, ImagesThatCannotBeUsedAreNamed) {
@@ -264,6 +267,9 @@ TEST_F(VeldanHpp, InstancesMove) {
     Instance taken(std::move(other));
     EXPECT_EQ(taken.handle(), handle);
     EXPECT_EQ(failureOf([&] { other.detect(view(photo)); }).first, 12); // NOLINT: what a moved one says
+    VDFACEINFOEX judged = face;
+    judged.quality = 80;
+    EXPECT_EQ(failureOf([&] { other.enrolmentQuality(view(photo), judged); }).first, 12) << "80 was another call's";
     other = std::move(taken);
     EXPECT_EQ(other.detect(view(photo)).at(0).x, face.x);
 }

@@ -18,6 +18,8 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <sys/stat.h>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -401,6 +403,19 @@ TEST(Enroll, TakesAFolderForEachPerson) {
     EXPECT_EQ(enrollJson(gallery, {"Third", (folder / "all/Second").string()}).at("summary").at("persons"), 3);
 }
 
+// A pipe gives its bytes once. What the digest is of is what was looked at, whatever becomes of the file meanwhile.
+TEST(Enroll, ReadsAPhotoOnce) {
+    const ScratchFolder folder;
+    const fs::path pipe = folder / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    std::thread writer([&] { writeBytes(pipe, readBytes(bundled("first-bare.webp"))); });
+    const CommandResult result = runProgram(
+        "/usr/bin/timeout", {"60", VELDAN_COMMAND, "enroll", "--gallery", folder / "gallery.db", "First", pipe});
+    writer.join();
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_EQ(identified(folder / "gallery.db", bundled("first-bare.webp")).at("name"), "First");
+}
+
 TEST(Enroll, TakesTemplatesInPairs) {
     const ScratchFolder folder;
     const std::string bare = (folder / "bare").string();
@@ -531,6 +546,27 @@ TEST(Gallery, IsSharedByProcesses) {
 
 // Each round enrols the same photos as another person and is killed: after some acknowledged photos, or as soon as the
 // journal says that a change is on its way into the file.
+// After a power failure too: the data, and then that the journal is gone, have reached the disk.
+TEST(Gallery, ReachesTheDiskBeforeAnybodyIsAcknowledged) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the sanitizer wants to be loaded first";
+#endif
+    const ScratchFolder folder;
+    const fs::path log = folder / "log";
+    ASSERT_EQ(enroll(folder / "gallery.db", {"Second", bundled("second-bare.webp")}).exitCode, 0);
+    const CommandResult result =
+        runProgram("/usr/bin/env", {"LD_PRELOAD=" VELDAN_LOG_SYNCS, "VELDAN_SYNC_LOG=" + log.string(), VELDAN_COMMAND,
+                                    "enroll", "--gallery", folder / "gallery.db", "First", bundled("first-bare.webp")});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    const std::vector<unsigned char> bytes = readBytes(log);
+    const std::string events(bytes.begin(), bytes.end());
+    const std::string place = fs::canonical(folder / "").string();
+    const std::string removed = "unlink " + place + "/gallery.db-journal\n";
+    ASSERT_THAT(events, HasSubstr(removed));
+    EXPECT_THAT(events.substr(0, events.rfind(removed)), HasSubstr("sync " + place + "/gallery.db\n"));
+    EXPECT_THAT(events.substr(events.rfind(removed)), HasSubstr("sync " + place + "\n"));
+}
+
 TEST(Gallery, KeepsEverybodyAcknowledgedWhenKilled) {
     const ScratchFolder folder;
     const fs::path gallery = folder / "gallery.db";
@@ -545,7 +581,7 @@ TEST(Gallery, KeepsEverybodyAcknowledgedWhenKilled) {
     std::mt19937 random(20240531);
     std::set<std::string> acknowledged;
     int duringChange = 0;
-    for (int round = 0; round < 50; ++round) {
+    for (int round = 0; round < 20; ++round) {
         const std::string person = "person " + std::to_string(round);
         std::vector<std::string> arguments = {"enroll", "--gallery", gallery, person};
         arguments.insert(arguments.end(), photos.begin(), photos.end());
@@ -582,8 +618,8 @@ TEST(Gallery, KeepsEverybodyAcknowledgedWhenKilled) {
         ASSERT_TRUE(std::includes(rows.begin(), rows.end(), acknowledged.begin(), acknowledged.end())) << round;
         ASSERT_EQ(GalleryFile(gallery).run("PRAGMA integrity_check"), "ok");
     }
-    EXPECT_GT(acknowledged.size(), 50u);
-    EXPECT_GT(duringChange, 5); // otherwise the kills did not meet what they are for
+    EXPECT_GT(acknowledged.size(), 20u);
+    EXPECT_GT(duringChange, 2); // otherwise the kills did not meet what they are for
     EXPECT_GE(content(gallery).size(), acknowledged.size());
     EXPECT_EQ(enroll(gallery, {"person 0", photos.back()}).exitCode, 0);
 }

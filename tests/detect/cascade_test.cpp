@@ -410,6 +410,9 @@ TEST(FaceDetect, SurvivesNetworksThatAnswerNonsense) {
             std::vector<VDFACEINFOEX> faces(5000);
             int count = -1;
             detector->mtcnnFaceDetect(image.data, image.cols, image.rows, &count, faces.data());
+            if (where == 2 && wild > 1e38F) {
+                EXPECT_EQ(count, 0) << "a face without edges";
+            }
             for (int i = 0; i < count; ++i) {
                 const VDFACEINFOEX& face = faces[static_cast<std::size_t>(i)];
                 ASSERT_TRUE(face.x >= 0 && face.y >= 0 && face.width >= 0 && face.height >= 0);
