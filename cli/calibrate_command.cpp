@@ -152,7 +152,7 @@ public:
                  }
                  const Light light = options_.nearInfrared ? Light::NearInfrared : Light::Visible;
                  const int score =
-                     judge(task.api().handle(), photo, {detection.faces.front()}, light).front().record.liveness;
+                     judge(task.api().instance(), photo, {detection.faces.front()}, light).front().record.liveness;
                  its.scores.push_back(score);
                  task.set("liveness", score);
              },

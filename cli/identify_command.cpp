@@ -185,7 +185,7 @@ private:
         const auto start = std::chrono::steady_clock::now();
         std::vector<IdentifiedFace> faces;
         faces.reserve(detection.faces.size());
-        for (const JudgedFace& face : judge(task.api().handle(), photo, detection.faces, Light::Visible)) {
+        for (const JudgedFace& face : judge(task.api().instance(), photo, detection.faces, Light::Visible)) {
             const Kind kind = face.masked ? Kind::Masked : Kind::Bare;
             faces.push_back({face, identify(task, templateOf(task.api().instance(), photo, face, kind), kind)});
         }

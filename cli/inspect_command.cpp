@@ -98,7 +98,7 @@ private:
         const Light light = options_.nearInfrared && isGrey(photo) ? Light::NearInfrared : Light::Visible;
         const FaceApi::Detection detection = task.api().detect(photo);
         const auto start = std::chrono::steady_clock::now();
-        const std::vector<JudgedFace> faces = judge(task.api().handle(), photo, detection.faces, light);
+        const std::vector<JudgedFace> faces = judge(task.api().instance(), photo, detection.faces, light);
         const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
 
         task.addFaceCount(photo, faces.size(), detection.milliseconds + elapsed.count());

@@ -21,7 +21,6 @@ public:
     explicit FaceApi(int capacity = VELDAN_DEFAULT_CAPACITY);
 
     Instance& instance() { return instance_; }
-    void* handle() const { return instance_.handle(); }
 
     /** Faces of a photo, largest first, and how long the library took to find them. */
     struct Detection {

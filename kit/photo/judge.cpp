@@ -1,20 +1,15 @@
 #include "photo/judge.hpp"
 
+#include "photo/face_api.hpp"
 #include "report/exit_codes.hpp"
 #include "report/thresholds.hpp"
 
 #include <veldan/align.h>
-#include <veldan/face_mask.hpp>
 #include <veldan/face_quality.hpp>
-#include <veldan/instance.hpp>
-#include <veldan/quality_evaluation.hpp>
-#include <veldan/result_codes.h>
-#include <veldan/spoof_detection.hpp>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <string>
 
 namespace veldan::kit {
 
@@ -24,12 +19,6 @@ constexpr int cropSide = 112;
 
 // A grey picture saved with loss and loaded in colour differs by one or two levels between its channels.
 constexpr std::uint64_t greyDeviation = 2;
-
-void require(int code, const char* engine) {
-    if (code != VD_OK)
-        throw CommandError(ExitCode::Library,
-                           std::string("the ") + engine + " engine failed with code " + std::to_string(code));
-}
 
 using Aligner = int (*)(const unsigned char*, int, int, unsigned char*, int, int, const float*);
 
@@ -60,30 +49,30 @@ bool isGrey(const Photo& photo) {
     return differences <= greyDeviation * (photo.pixels.size() / 3);
 }
 
-std::vector<JudgedFace> judge(void* handle, Photo& photo, const std::vector<VDFACEINFOEX>& faces, Light light) {
-    const VdFaceAPI& engines = *static_cast<const VdFaceAPI*>(handle);
+std::vector<JudgedFace> judge(Instance& instance, Photo& photo, const std::vector<VDFACEINFOEX>& faces, Light light) {
     std::vector<VDFACEINFOEX> records = faces;
-    unsigned char* const pixels = photo.pixels.data();
-    const int count = static_cast<int>(records.size());
-
-    // The points for masked faces are there since detection. Liveness comes after the mask: it reads maskScore to
-    // choose between the two kinds of points.
-    require(engines.faceMask->maskEvaluation(pixels, photo.width, photo.height, count, records.data()), "mask");
-    require(engines.faceQuality->mqQualityEvaluation(pixels, photo.width, photo.height, count, records.data()),
-            "quality");
-    vdSpoofDetection& liveness = *engines.livenessDetector;
-    require(light == Light::NearInfrared
-                ? liveness.vdSpoofNIREvaluation(pixels, photo.width, photo.height, count, records.data())
-                : liveness.vdSpoofRGBEvaluation(pixels, photo.width, photo.height, count, records.data()),
-            "liveness");
+    const ImageView view = viewOf(photo);
+    try {
+        // The points for masked faces are there since detection. Liveness comes after the mask: it reads maskScore to
+        // choose between the two kinds of points.
+        instance.judgeMask(view, records);
+        instance.judgeQuality(view, records);
+        if (light == Light::NearInfrared)
+            instance.judgeNearInfraredLiveness(view, records);
+        else
+            instance.judgeLiveness(view, records);
+    } catch (const Error& error) {
+        throw CommandError(ExitCode::Library, error.what());
+    }
 
     FaceQuality tests;
     std::vector<JudgedFace> judged;
     judged.reserve(records.size());
     for (const VDFACEINFOEX& record : records)
         judged.push_back({record, record.maskScore >= maskedFrom,
-                          tests.Face_blurRGB(pixels, photo.width, photo.height, record) == 1,
-                          tests.Face_Front(pixels, photo.width, photo.height, record) == 1, isLive(record)});
+                          tests.Face_blurRGB(photo.pixels.data(), photo.width, photo.height, record) == 1,
+                          tests.Face_Front(photo.pixels.data(), photo.width, photo.height, record) == 1,
+                          isLive(record)});
     return judged;
 }
 

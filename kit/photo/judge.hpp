@@ -3,7 +3,7 @@
 
 #include "photo/photo.hpp"
 
-#include <veldan/face_record.h>
+#include <veldan/veldan.hpp>
 
 #include <vector>
 
@@ -29,11 +29,10 @@ bool isGrey(const Photo& photo);
 
 /**
  * Runs the engines of an instance on the faces of a photo.
- * @param handle  an instance of the library
- * @param faces   records of its detection
+ * @param faces  records of its detection
  * Throws CommandError (Library) when an engine refuses.
  */
-std::vector<JudgedFace> judge(void* handle, Photo& photo, const std::vector<VDFACEINFOEX>& faces, Light light);
+std::vector<JudgedFace> judge(Instance& instance, Photo& photo, const std::vector<VDFACEINFOEX>& faces, Light light);
 
 /** @name Crops of 112 x 112 pixels, as the engines see the face */
 ///@{

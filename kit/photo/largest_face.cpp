@@ -11,7 +11,7 @@ LargestFace largestFace(FaceApi& api, Photo& photo) {
     if (detection.faces.empty())
         throw CommandError(ExitCode::Unsuitable, "no face was found");
     const auto start = std::chrono::steady_clock::now();
-    const JudgedFace face = judge(api.handle(), photo, {detection.faces.front()}, Light::Visible).front();
+    const JudgedFace face = judge(api.instance(), photo, {detection.faces.front()}, Light::Visible).front();
     const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
     return {face, detection.faces.size(), detection.milliseconds + elapsed.count()};
 }

@@ -61,4 +61,9 @@ refuse "files and threads know reports only" '(photo|gallery|video)/' kit/system
 refuse "photos know neither galleries nor videos" '(gallery|video)/' kit/photo
 refuse "galleries and videos do not know each other" 'video/' kit/gallery
 refuse "galleries and videos do not know each other" 'gallery/' kit/video
+# Whoever is above the public C++ interface uses it, and not the engines that an instance owns.
+if grep -rnE --include='*.hpp' --include='*.cpp' 'VdFaceAPI *[&*>]|void *\* *handle' cli kit; then
+    echo "^ veldan::Instance serves there"
+    status=1
+fi
 exit $status
