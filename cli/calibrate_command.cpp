@@ -4,6 +4,7 @@
 #include "photo/liveness_rates.hpp"
 #include "photo/output_files.hpp"
 #include "photo_run.hpp"
+#include "report/text.hpp"
 
 #include <veldan/image_tool.h>
 #include <veldan/thresholds.h>
@@ -12,7 +13,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -52,9 +52,7 @@ std::vector<std::string> filesIn(const std::string& folder) {
 }
 
 std::string percent(double share) {
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "%.1f %%", 100 * share);
-    return text.data();
+    return fixed(100 * share, 1) + " %";
 }
 
 std::string ratesText(const LivenessRates& rates) {
@@ -257,13 +255,13 @@ void addCalibrateCommand(CLI::App& app, Action& action) {
             "the fewest errors of both kinds")
         ->check(CLI::Range(0, 100))
         ->type_name("PERCENT");
-    liveness->add_flag("--json", options->json, "Print one JSON document instead of text");
+    addJsonFlag(*liveness, options->json);
     liveness->add_option("--draw", options->draw, "Draw the scores of both folders as histograms")->type_name("FILE");
     liveness->footer(std::string("Judges the largest face of each photo in the two folders and in those below them. A "
                                  "face counts as live from\n"
                                  "the threshold on. Rates are over the photos in which a face was found.\n"
                                  "\n") +
-                     exitCodeHelp +
+                     exitCodeHelp() +
                      "  9  no face in all of one folder, or no threshold that --let-in allows\n"
                      "\n"
                      "Examples:\n"

@@ -1,6 +1,7 @@
 #include "commands.hpp"
 #include "photo/annotate.hpp"
 #include "photo/face_api.hpp"
+#include "photo/face_text.hpp"
 #include "photo_run.hpp"
 
 #include <CLI/CLI.hpp>
@@ -39,7 +40,7 @@ void addDetectCommand(CLI::App& app, Action& action) {
                     "on the image's\nleft, the eye on its right, nose, the mouth corner on its left, the one "
                     "on its right. Faces: largest first.\n"
                     "\n") +
-        exitCodeHelp +
+        exitCodeHelp() +
         "\n"
         "Examples:\n"
         "  veldan detect photo.jpg\n"

@@ -5,14 +5,14 @@
 #include "gallery/template_file.hpp"
 #include "photo/face_api.hpp"
 #include "photo_run.hpp"
-#include "report/printable.hpp"
-#include "report/thresholds.hpp"
+#include "report/messages.hpp"
+#include "report/similarity.hpp"
+#include "report/text.hpp"
 #include "system/file_bytes.hpp"
 
 #include <CLI/CLI.hpp>
 
 #include <cstddef>
-#include <iostream>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -32,10 +32,6 @@ struct EnrollOptions {
     PhotoOptions run; ///< for JSON and jobs
 };
 
-std::string counted(std::size_t count, const std::string& one, const std::string& several) {
-    return std::to_string(count) + " " + (count == 1 ? one : several);
-}
-
 class Enrolment {
 public:
     explicit Enrolment(const EnrollOptions& options)
@@ -44,10 +40,9 @@ public:
 
     ExitCode run() {
         if (!list_.remark.empty())
-            std::cerr << "veldan: " << printable(list_.remark) << '\n';
+            tellUser(list_.remark);
         for (const EnrolmentList::Refusal& refusal : list_.refused)
-            std::cerr << "veldan: " << printable(refusal.path) << ": not enrolled: " << printable(refusal.reason)
-                      << '\n';
+            tellUser(refusal.path + ": not enrolled: " + refusal.reason);
         const ExitCode code =
             photos_.forEach({[this](PhotoTask& task) { examine(task); }, [this](PhotoTask& task) { store(task); }}, {},
                             [this](Json& document) { summarise(document); });
@@ -59,7 +54,7 @@ private:
     static CommandError refusal(const std::string& reason) { return {ExitCode::Unsuitable, "not enrolled: " + reason}; }
 
     static GalleryStore opened(const std::string& path) {
-        GalleryStore store(path, GalleryStore::Access::Change);
+        GalleryStore store(path, GalleryStore::Access::Create);
         store.requireOwnNetworks();
         return store;
     }
@@ -184,7 +179,7 @@ private:
         text += std::to_string(unchanged_) + " enrolled before, " + std::to_string(refused) + " refused; ";
         if (photos_.stopped()) {
             document["summary"]["left"] = list_.photos.size() - photos_.done();
-            photos_.tell(text + counted(list_.photos.size() - photos_.done(), "photo", "photos") + " left");
+            photos_.tell(text + counted(list_.photos.size() - photos_.done(), "photo") + " left");
             return;
         }
         std::size_t photos = 0;
@@ -193,8 +188,8 @@ private:
             photos += person.photos;
         document["summary"]["persons"] = persons.size();
         document["summary"]["photos"] = photos;
-        photos_.tell(text + "the gallery holds " + counted(persons.size(), "person", "persons") + " with " +
-                     counted(photos, "photo", "photos"));
+        photos_.tell(text + "the gallery holds " + counted(persons.size(), "person") + " with " +
+                     counted(photos, "photo"));
     }
 
     const EnrollOptions& options_;
@@ -214,9 +209,7 @@ private:
 void addEnrollCommand(CLI::App& app, Action& action) {
     CLI::App* command = app.add_subcommand("enroll", "Put persons into a gallery, from photos of their faces");
     const auto options = std::make_shared<EnrollOptions>();
-    command->add_option("--gallery", options->gallery, "The gallery; it is created when there is none")
-        ->required()
-        ->type_name("FILE");
+    addGalleryOption(*command, options->gallery, "The gallery; it is created when there is none");
     command
         ->add_option("NAME", options->name,
                      "The person; or, without photos, a folder that holds a folder of photos for each person")
@@ -228,7 +221,7 @@ void addEnrollCommand(CLI::App& app, Action& action) {
         ->check(CLI::Range(0, 100))
         ->capture_default_str();
     command->add_flag("--largest", options->largest, "Take the largest face of a photo that shows several");
-    command->add_flag("--json", options->run.json, "Print one JSON document instead of text");
+    addJsonFlag(*command, options->run.json);
     addJobOptions(*command, options->run);
     command->footer(
         "A photo must show one bare face. It gives two templates: one to recognise the bare face, one to recognise it\n"

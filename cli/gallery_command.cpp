@@ -1,9 +1,12 @@
 #include "commands.hpp"
 #include "gallery/exchange.hpp"
+#include "gallery/listing.hpp"
 #include "gallery/photo_choice.hpp"
 #include "gallery/store.hpp"
-#include "report/face_text.hpp"
+#include "options.hpp"
+#include "report/messages.hpp"
 #include "report/printable.hpp"
+#include "report/text.hpp"
 #include "system/file_bytes.hpp"
 
 #include <CLI/CLI.hpp>
@@ -23,8 +26,6 @@ namespace {
 
 using Access = GalleryStore::Access;
 
-constexpr std::size_t shortDigest = 12; // characters that tell photos apart
-
 struct GalleryOptions {
     std::string gallery;
     std::vector<std::string> names;
@@ -37,26 +38,12 @@ struct GalleryOptions {
 };
 
 std::string photoCount(std::size_t count) {
-    return std::to_string(count) + (count == 1 ? " photo" : " photos");
-}
-
-void complain(const std::string& message) {
-    std::cout.flush();
-    std::cerr << "veldan: " << printable(message) << '\n';
-}
-
-void print(const Json& document, bool pretty = true) {
-    std::cout << document.dump(pretty ? 2 : -1, ' ', false, Json::error_handler_t::replace) << '\n';
+    return counted(count, "photo");
 }
 
 /** The beginning of every JSON document about a gallery. */
 Json documentOf(const GalleryStore& store, const std::string& path) {
-    return {{"version", VELDAN_VERSION},
-            {"gallery", path},
-            {"recognizers",
-             {{"bare", store.recognizers().bare},
-              {"masked", store.recognizers().masked},
-              {"embedded", store.recognizers() == Recognizers::embedded()}}}};
+    return {{"version", VELDAN_VERSION}, {"gallery", path}, {"recognizers", recognizersJson(store.recognizers())}};
 }
 
 /** Managing a gallery needs no networks, so one of other networks is shown all the same. */
@@ -64,7 +51,7 @@ void noteOtherNetworks(const GalleryStore& store) {
     try {
         store.requireOwnNetworks();
     } catch (const CommandError& error) {
-        complain(error.what());
+        tellUser(error.what());
     }
 }
 
@@ -78,18 +65,15 @@ ExitCode listPersons(const GalleryOptions& options) {
     for (const PersonSummary& person : persons) {
         photos += person.photos;
         if (options.json)
-            document["persons"].push_back({{"name", person.name},
-                                           {"photos", person.photos},
-                                           {"first", person.firstDate},
-                                           {"last", person.lastDate}});
+            document["persons"].push_back(personJson(person));
         else
             std::cout << printable(person.name) << ": " << photoCount(person.photos) << ", last enrolled "
                       << printable(person.lastDate) << '\n';
     }
     if (options.json)
-        print(document);
+        std::cout << written(document) << '\n';
     else
-        std::cout << persons.size() << (persons.size() == 1 ? " person, " : " persons, ") << photoCount(photos) << '\n';
+        std::cout << counted(persons.size(), "person") << ", " << photoCount(photos) << '\n';
     return ExitCode::Success;
 }
 
@@ -107,7 +91,7 @@ ExitCode showPersons(const GalleryOptions& options) {
     for (const std::string& name : names) {
         const std::vector<EnrolledPhoto> photos = store.photosOf(name);
         if (photos.empty()) {
-            complain(options.gallery + ": there is no \"" + name + "\"");
+            tellUser(options.gallery + ": there is no \"" + name + "\"");
             code = ExitCode::Missing;
             continue;
         }
@@ -116,34 +100,24 @@ ExitCode showPersons(const GalleryOptions& options) {
         Json entries = Json::array();
         for (const EnrolledPhoto& photo : photos) {
             const std::string damage = damageOf(photo);
-            entries.push_back({{"photo", photo.source},
-                               {"digest", photo.digest},
-                               {"date", photo.date},
-                               {"quality", photo.quality},
-                               {"damaged", !damage.empty()}});
+            entries.push_back(photoJson(photo));
             if (!options.json)
-                std::cout << "  " << printable(photo.digest.substr(0, shortDigest)) << "  " << printable(photo.date)
+                std::cout << "  " << printable(shortDigest(photo.digest)) << "  " << printable(photo.date)
                           << "  quality " << photo.quality << "  " << printable(photo.source)
                           << (damage.empty() ? "" : "  " + damage) << '\n';
         }
         document["persons"].push_back({{"name", name}, {"photos", std::move(entries)}});
     }
     if (options.json)
-        print(document);
+        std::cout << written(document) << '\n';
     return code;
-}
-
-/** An existing gallery: nothing is to be created here, not even by mistake. */
-GalleryStore openedForChange(const std::string& path) {
-    static_cast<void>(GalleryStore(path, Access::Read));
-    return {path, Access::Change};
 }
 
 ExitCode removePhoto(const GalleryOptions& options) {
     if (options.names.size() != 1)
         throw CommandError(ExitCode::Usage, "--photo: goes with one name");
     const std::string& name = options.names.front();
-    GalleryStore store = openedForChange(options.gallery);
+    GalleryStore store(options.gallery, Access::Change);
     const std::vector<EnrolledPhoto> photos = store.photosOf(name);
     if (photos.empty())
         throw CommandError(ExitCode::Missing, options.gallery + ": there is no \"" + name + "\"");
@@ -162,13 +136,13 @@ ExitCode removePhoto(const GalleryOptions& options) {
 ExitCode removePersons(const GalleryOptions& options) {
     if (options.onePhoto)
         return removePhoto(options);
-    GalleryStore store = openedForChange(options.gallery);
+    GalleryStore store(options.gallery, Access::Change);
     ExitCode code = ExitCode::Success;
     for (const std::string& name : options.names) {
         if (const std::size_t photos = store.removePerson(name); photos > 0) {
             std::cout << printable(name) << ": removed, with " << photoCount(photos) << std::endl;
         } else {
-            complain(options.gallery + ": there is no \"" + name + "\"");
+            tellUser(options.gallery + ": there is no \"" + name + "\"");
             code = ExitCode::Missing;
         }
     }
@@ -176,13 +150,13 @@ ExitCode removePersons(const GalleryOptions& options) {
 }
 
 ExitCode renamePerson(const GalleryOptions& options) {
-    openedForChange(options.gallery).renamePerson(options.person, options.other);
+    GalleryStore(options.gallery, Access::Change).renamePerson(options.person, options.other);
     std::cout << printable(options.person) << ": is " << printable(options.other) << " now\n";
     return ExitCode::Success;
 }
 
 ExitCode mergePersons(const GalleryOptions& options) {
-    const std::size_t photos = openedForChange(options.gallery).mergePerson(options.person, options.other);
+    const std::size_t photos = GalleryStore(options.gallery, Access::Change).mergePerson(options.person, options.other);
     std::cout << printable(options.person) << ": is part of " << printable(options.other) << " now, who has "
               << photoCount(photos) << '\n';
     return ExitCode::Success;
@@ -193,12 +167,12 @@ ExitCode exportGallery(const GalleryOptions& options) {
     std::vector<Unusable> unusable;
     const Json document = exportedGallery(store, unusable);
     if (options.file == "-") {
-        print(document, false);
+        std::cout << written(document, -1) << '\n';
     } else {
         std::error_code error;
         if (std::filesystem::equivalent(options.file, options.gallery, error))
             throw CommandError(ExitCode::NotWritten, options.file + ": this would overwrite the gallery");
-        const std::string text = document.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
+        const std::string text = written(document, 1) + "\n";
         try {
             writeFile(options.file, reinterpret_cast<const unsigned char*>(text.data()), text.size(), forOwner);
         } catch (const CommandError& failure) {
@@ -207,11 +181,11 @@ ExitCode exportGallery(const GalleryOptions& options) {
         std::size_t photos = 0;
         for (const Json& person : document["persons"])
             photos += person["photos"].size();
-        std::cout << printable(options.file) << ": " << document["persons"].size()
-                  << (document["persons"].size() == 1 ? " person, " : " persons, ") << photoCount(photos) << '\n';
+        std::cout << printable(options.file) << ": " << counted(document["persons"].size(), "person") << ", "
+                  << photoCount(photos) << '\n';
     }
     for (const Unusable& photo : unusable)
-        complain(options.gallery + ": not exported: " + photo.what + ": " + photo.reason);
+        tellUser(options.gallery + ": not exported: " + photo.what + ": " + photo.reason);
     return unusable.empty() ? ExitCode::Success : ExitCode::Gallery;
 }
 
@@ -231,7 +205,7 @@ ExitCode importGallery(const GalleryOptions& options) {
                                ": exported with other networks, whose templates cannot be compared with "
                                "those of this version. Enrol again from the photos: veldan enroll --gallery " +
                                options.gallery + " NAME PHOTO...");
-    GalleryStore store(options.gallery, Access::Change);
+    GalleryStore store(options.gallery, Access::Create);
     store.requireOwnNetworks();
     const std::vector<GalleryStore::Added> added = store.add(exported.photos);
     const auto count = [&](GalleryStore::Added what) { return std::count(added.begin(), added.end(), what); };
@@ -241,7 +215,7 @@ ExitCode importGallery(const GalleryOptions& options) {
         std::cout << repaired << " repaired, ";
     std::cout << exported.unusable.size() << " refused\n";
     for (const Unusable& photo : exported.unusable)
-        complain(options.file + ": not imported: " + photo.what + ": " + photo.reason);
+        tellUser(options.file + ": not imported: " + photo.what + ": " + photo.reason);
     return exported.unusable.empty() ? ExitCode::Success : ExitCode::Unsuitable;
 }
 
@@ -269,21 +243,15 @@ void addGalleryCommand(CLI::App& app, Action& action) {
     const auto options = std::make_shared<GalleryOptions>();
     const auto add = [&](const char* name, const char* help, ExitCode (*run)(const GalleryOptions&)) {
         CLI::App* subcommand = command->add_subcommand(name, help);
-        subcommand->add_option("--gallery", options->gallery, "The gallery, made by \"veldan enroll\"")
-            ->required()
-            ->type_name("FILE");
+        addGalleryOption(*subcommand, options->gallery);
         subcommand->callback([options, &action, run] { action = [options, run] { return run(*options); }; });
         return subcommand;
     };
-    const auto addJson = [&](CLI::App* subcommand) {
-        subcommand->add_flag("--json", options->json, "Print one JSON document instead of text");
-    };
-
-    addJson(add("list", "The persons, with the number of their photos", listPersons));
+    addJsonFlag(*add("list", "The persons, with the number of their photos", listPersons), options->json);
 
     CLI::App* show = add("show", "The photos of persons: file name, digest, date and quality", showPersons);
     show->add_option("NAME", options->names, "Persons; all when there is none")->type_name("");
-    addJson(show);
+    addJsonFlag(*show, options->json);
 
     CLI::App* remove = add("remove", "Remove persons, or a photo of a person", removePersons);
     remove->add_option("NAME", options->names, "Persons")->required()->type_name("");

@@ -1,15 +1,16 @@
 #include "commands.hpp"
-#include "gallery/candidate_search.hpp"
+#include "gallery/identity.hpp"
 #include "gallery/store.hpp"
 #include "gallery/template_file.hpp"
+#include "gallery_to_search.hpp"
+#include "options.hpp"
 #include "photo/annotate.hpp"
 #include "photo/face_api.hpp"
 #include "photo/judge.hpp"
 #include "photo/largest_face.hpp"
 #include "photo_run.hpp"
-#include "report/printable.hpp"
-#include "report/thresholds.hpp"
-#include "similarity_option.hpp"
+#include "report/similarity.hpp"
+#include "report/text.hpp"
 #include "system/file_bytes.hpp"
 
 #include <CLI/CLI.hpp>
@@ -32,94 +33,8 @@ namespace {
 struct IdentifyOptions {
     PhotoOptions photos;
     std::string gallery;
-    double threshold = recognitionThreshold;
-    double maskThreshold = maskedRecognitionThreshold;
-    std::size_t top = 0;
+    IdentitySearch search;
 };
-
-/** Who somebody is. */
-struct Identity {
-    Kind kind = Kind::Bare;
-    float similarity = 0; ///< of the most similar person, known or not
-    const std::string* name = nullptr;
-    std::vector<Candidate> candidates;
-};
-
-/** A face and who it is. */
-struct IdentifiedFace {
-    JudgedFace face;
-    Identity identity;
-};
-
-constexpr std::size_t shownDigits = 12;
-
-std::string similarityText(float similarity) {
-    std::ostringstream text;
-    text << "similarity " << std::fixed << std::setprecision(3) << similarity;
-    return text.str();
-}
-
-std::string scores(const JudgedFace& face) {
-    return std::string(face.masked ? "mask (" : "no mask (") + std::to_string(face.record.maskScore) + ")  " +
-           (face.live ? "live (" : "not live (") + std::to_string(face.record.liveness) + ")";
-}
-
-std::string nameText(const Identity& identity) {
-    return identity.name == nullptr ? "unknown" : *identity.name;
-}
-
-std::string candidatesText(const Identity& identity, const SearchableGallery& gallery) {
-    std::string text;
-    std::size_t rank = 0;
-    for (const Candidate& candidate : identity.candidates) {
-        const PhotoOrigin& origin = gallery.origins[candidate.photo];
-        text += "\n      " + std::to_string(++rank) + ". " + printable(gallery.names[candidate.person]) + "  " +
-                similarityText(candidate.similarity) + "  to " + printable(origin.source) + " (" +
-                printable(origin.digest.substr(0, shownDigits)) + ")";
-    }
-    return text;
-}
-
-std::string identityText(const Identity& identity) {
-    return printable(nameText(identity)) + "  " + similarityText(identity.similarity);
-}
-
-std::string faceIdentityText(const IdentifiedFace& identified) {
-    const VDFACEINFOEX& record = identified.face.record;
-    std::ostringstream text;
-    text << identityText(identified.identity) << "  quality " << record.quality << "  " << scores(identified.face)
-         << "  box (" << record.x << ", " << record.y << ") " << record.width << " x " << record.height;
-    return text.str();
-}
-
-void putIdentity(Json& json, const Identity& identity) {
-    json["name"] = identity.name == nullptr ? Json() : Json(*identity.name);
-    json["similarity"] = identity.similarity;
-    json["kind"] = kindName(identity.kind);
-}
-
-void putCandidates(Json& json, const Identity& identity, const SearchableGallery& gallery) {
-    json["candidates"] = Json::array();
-    for (const Candidate& candidate : identity.candidates) {
-        const PhotoOrigin& origin = gallery.origins[candidate.photo];
-        json["candidates"].push_back({{"name", gallery.names[candidate.person]},
-                                      {"similarity", candidate.similarity},
-                                      {"photo", origin.source},
-                                      {"digest", origin.digest}});
-    }
-}
-
-Json identityJson(const IdentifiedFace& identified) {
-    const VDFACEINFOEX& record = identified.face.record;
-    Json json = detectionJson(record);
-    putIdentity(json, identified.identity);
-    json["quality"] = record.quality;
-    json["maskScore"] = record.maskScore;
-    json["masked"] = identified.face.masked;
-    json["liveness"] = record.liveness;
-    json["live"] = identified.face.live;
-    return json;
-}
 
 Photo drawn(Photo& photo, const std::vector<IdentifiedFace>& faces) {
     std::vector<Mark> marks;
@@ -127,32 +42,25 @@ Photo drawn(Photo& photo, const std::vector<IdentifiedFace>& faces) {
     for (const IdentifiedFace& identified : faces)
         marks.emplace_back(
             identified.face.record, identified.face.masked,
-            std::vector<std::string>{nameText(identified.identity), similarityText(identified.identity.similarity)});
+            std::vector<std::string>{nameText(identified.identity),
+                                     similarityText(static_cast<double>(identified.identity.similarity))});
     return annotatedCopy(photo, std::move(marks));
-}
-
-SearchableGallery opened(const std::string& path) {
-    SearchableGallery gallery = GalleryStore(path, GalleryStore::Access::Read).searchable();
-    for (const std::string& damage : gallery.damaged)
-        std::cerr << "veldan: " << printable(path) << ": passed over: " << printable(damage) << '\n';
-    if (gallery.names.empty())
-        std::cerr << "veldan: " << path << ": nobody is enrolled\n";
-    return gallery;
 }
 
 class Identification {
 public:
     explicit Identification(const IdentifyOptions& options)
-        : options_(options), photos_(options.photos), gallery_(opened(options.gallery)) {}
+        : options_(options), photos_(options.photos), gallery_(galleryToSearch(options.gallery, "nobody is enrolled")) {
+    }
 
     ExitCode run() {
         return photos_.forEach({[this](PhotoTask& task) { process(task); }, {}}, {}, [this](Json& document) {
             document["gallery"] = {
                 {"file", options_.gallery}, {"persons", gallery_.names.size()}, {"damaged", gallery_.damaged}};
-            document["thresholds"] = {{"bare", options_.threshold}, {"masked", options_.maskThreshold}};
+            document["thresholds"] = {{"bare", options_.search.threshold}, {"masked", options_.search.maskThreshold}};
             // The same in percent, for programs written when there was nothing else.
-            document["threshold"] = percent(options_.threshold);
-            document["maskThreshold"] = percent(options_.maskThreshold);
+            document["threshold"] = percent(options_.search.threshold);
+            document["maskThreshold"] = percent(options_.search.maskThreshold);
         });
     }
 
@@ -171,13 +79,11 @@ private:
     }
 
     void processTemplate(PhotoTask& task, const TemplateOfKind& probe) {
-        const Identity identity = identify(task, probe.bytes, probe.kind);
-        Json json;
-        putIdentity(json, identity);
+        const Identity identity = identified(task, probe.bytes, probe.kind);
         task.set("template", kindName(probe.kind));
         task.set("faces", Json::array());
         task.tell(task.path() + ": template of a " + kindName(probe.kind) + " face");
-        addFace(task, std::move(json), identityText(identity), identity);
+        addFace(task, identityJson(identity), identityText(identity), identity);
     }
 
     void processPhoto(PhotoTask& task, Photo photo) {
@@ -187,39 +93,25 @@ private:
         faces.reserve(detection.faces.size());
         for (const JudgedFace& face : judge(task.api().instance(), photo, detection.faces, Light::Visible)) {
             const Kind kind = face.masked ? Kind::Masked : Kind::Bare;
-            faces.push_back({face, identify(task, templateOf(task.api().instance(), photo, face, kind), kind)});
+            faces.push_back({face, identified(task, templateOf(task.api().instance(), photo, face, kind), kind)});
         }
         const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
 
         task.addFaceCount(photo, faces.size(), detection.milliseconds + elapsed.count());
         for (const IdentifiedFace& face : faces)
-            addFace(task, identityJson(face), faceIdentityText(face), face.identity);
+            addFace(task, identityJson(face), identityText(face), face.identity);
         task.draw([&] { return drawn(photo, faces); });
         PhotoTask::refuseCrowd(faces.size());
     }
 
     void addFace(PhotoTask& task, Json json, const std::string& text, const Identity& identity) {
-        if (options_.top > 0)
-            putCandidates(json, identity, gallery_);
+        if (options_.search.top > 0)
+            json["candidates"] = candidatesJson(identity, gallery_);
         task.addFace(std::move(json), text + candidatesText(identity, gallery_));
     }
 
-    Identity identify(PhotoTask& task, const Template& probe, Kind kind) {
-        Identity result;
-        result.kind = kind;
-        const double threshold = kind == Kind::Masked ? options_.maskThreshold : options_.threshold;
-        try {
-            const auto [person, similarity] = task.api().instance().identify(
-                kind == Kind::Masked ? gallery_.masked : gallery_.bare, probe, static_cast<float>(threshold));
-            result.similarity = similarity;
-            if (person >= 0)
-                result.name = &gallery_.names[static_cast<std::size_t>(person)];
-            if (options_.top > 0)
-                result.candidates = nearestCandidates(task.api().instance(), gallery_, probe, kind, options_.top);
-        } catch (const Error& error) {
-            throw CommandError(ExitCode::Library, error.what());
-        }
-        return result;
+    Identity identified(PhotoTask& task, const Template& probe, Kind kind) {
+        return identify(task.api().instance(), gallery_, probe, kind, options_.search);
     }
 
     const IdentifyOptions& options_;
@@ -232,15 +124,13 @@ private:
 void addIdentifyCommand(CLI::App& app, Action& action) {
     CLI::App* command = app.add_subcommand("identify", "Say who is in photos: the persons of a gallery, or unknown");
     const auto options = std::make_shared<IdentifyOptions>();
-    command->add_option("--gallery", options->gallery, "The gallery, made by \"veldan enroll\"")
-        ->required()
-        ->type_name("FILE");
+    addGalleryOption(*command, options->gallery);
     addPhotoOptions(*command, options->photos, "Draw boxes with names");
-    addSimilarityOption(*command, "--threshold", options->threshold, "Similarity that a bare face needs");
-    addSimilarityOption(*command, "--mask-threshold", options->maskThreshold,
+    addSimilarityOption(*command, "--threshold", options->search.threshold, "Similarity that a bare face needs");
+    addSimilarityOption(*command, "--mask-threshold", options->search.maskThreshold,
                         "Similarity that a face with a mask needs");
     command
-        ->add_option("--top", options->top,
+        ->add_option("--top", options->search.top,
                      "Tell so many of the nearest persons as well, each with the enrolled photo that is most similar")
         ->type_name("N")
         ->check(CLI::Range(1, 1000000));
@@ -251,7 +141,7 @@ void addIdentifyCommand(CLI::App& app, Action& action) {
         "serve\n"
         "in place of photos.\n"
         "\n" +
-        std::string(similarityHelp) + "\n" + std::string(exitCodeHelp) +
+        std::string(similarityHelp) + "\n" + std::string(exitCodeHelp()) +
         "Nothing is done when the gallery does not exist (3) or cannot be used (10).\n"
         "\n"
         "Examples:\n"

@@ -1,6 +1,7 @@
 #include "commands.hpp"
 #include "photo/annotate.hpp"
 #include "photo/face_api.hpp"
+#include "photo/face_text.hpp"
 #include "photo/judge.hpp"
 #include "photo_run.hpp"
 
@@ -23,42 +24,6 @@ struct InspectOptions {
     bool nearInfrared = false;
 };
 
-const char* lightText(Light light) {
-    return light == Light::NearInfrared ? "near-infrared" : "visible";
-}
-
-std::string judgementText(const JudgedFace& face, Light light) {
-    std::string text = "quality " + std::to_string(face.record.quality);
-    text += face.sharp ? "  sharp" : "  not sharp";
-    text += face.frontal ? "  frontal" : "  not frontal";
-    text += face.masked ? "  masked (" : "  no mask (";
-    text += std::to_string(face.record.maskScore) + ")  " + (face.live ? "live (" : "not live (") +
-            std::to_string(face.record.liveness) + ", " + lightText(light) + " light)";
-    if (face.masked)
-        text += "  mask points " + pointText(face.record, 5) + " " + pointText(face.record, 6);
-    return text;
-}
-
-Json judgementJson(const JudgedFace& face) {
-    Json json = detectionJson(face.record);
-    json["maskPoints"] = pointsJson(face.record, 5, 2);
-    json["quality"] = face.record.quality;
-    json["sharp"] = face.sharp;
-    json["frontal"] = face.frontal;
-    json["maskScore"] = face.record.maskScore;
-    json["masked"] = face.masked;
-    json["liveness"] = face.record.liveness;
-    json["live"] = face.live;
-    return json;
-}
-
-std::vector<std::string> words(const JudgedFace& face) {
-    return {"quality " + std::to_string(face.record.quality),
-            std::string(face.sharp ? "sharp" : "not sharp") + (face.frontal ? ", frontal" : ", not frontal"),
-            (face.masked ? "mask " : "no mask ") + std::to_string(face.record.maskScore) +
-                (face.live ? ", live " : ", not live ") + std::to_string(face.record.liveness)};
-}
-
 /** What the answers about liveness are worth, as docs/models.md measures it. */
 const char* worthText(Light light) {
     return light == Light::NearInfrared
@@ -72,7 +37,7 @@ Photo drawn(Photo& photo, const std::vector<JudgedFace>& faces) {
     std::vector<Mark> marks;
     marks.reserve(faces.size());
     for (const JudgedFace& face : faces)
-        marks.emplace_back(face.record, face.masked, words(face));
+        marks.emplace_back(face.record, face.masked, judgementWords(face));
     return annotatedCopy(photo, std::move(marks));
 }
 
@@ -106,11 +71,9 @@ private:
             const std::lock_guard<std::mutex> lock(judgedMutex_);
             judged_.insert(light);
         }
-        for (const JudgedFace& face : faces) {
-            Json json = judgementJson(face);
-            json["light"] = lightText(light);
-            task.addFace(std::move(json), detectionText(face.record) + "\n      " + judgementText(face, light));
-        }
+        for (const JudgedFace& face : faces)
+            task.addFace(judgementJson(face, light),
+                         detectionText(face.record) + "\n      " + judgementText(face, light));
         if (crops_.wanted())
             saveCrops(task, photo, faces);
         task.draw([&] { return drawn(photo, faces); });
@@ -155,7 +118,7 @@ void addInspectCommand(CLI::App& app, Action& action) {
             "The picture of --draw is larger than a small photo, so that the words have room. --aligned names\n"
             "its files PHOTO-face1.png (by five points), PHOTO-face1-mask.png (masked faces, by two points).\n"
             "\n") +
-        exitCodeHelp +
+        exitCodeHelp() +
         "\n"
         "Examples:\n"
         "  veldan inspect photo.jpg\n"

@@ -1,11 +1,11 @@
 #include "arguments.hpp"
 #include "commands.hpp"
-#include "report/printable.hpp"
+#include "report/json.hpp"
+#include "report/messages.hpp"
 #include "system/file_bytes.hpp"
 #include "system/foreign_noise.hpp"
 
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cerrno>
@@ -52,10 +52,8 @@ ExitCode run(const std::vector<std::string>& words) {
 
 /** A document of its own for a failure that left no other one. */
 void printFailure(ExitCode code, const std::string& message) {
-    const nlohmann::ordered_json document = {
-        {"version", VELDAN_VERSION},
-        {"error", {{"name", veldan::kit::exitCodeName(code)}, {"code", static_cast<int>(code)}, {"message", message}}}};
-    std::cout << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+    std::cout << veldan::kit::written({{"version", VELDAN_VERSION}, {"error", veldan::kit::failureJson(code, message)}})
+              << '\n';
 }
 
 ExitCode guarded(const std::vector<std::string>& words) {
@@ -63,16 +61,15 @@ ExitCode guarded(const std::vector<std::string>& words) {
     try {
         return run(words);
     } catch (const veldan::kit::CommandError& error) {
-        std::cout.flush(); // keeps the message behind what was printed before it
-        std::cerr << "veldan: " << veldan::kit::printable(error.what()) << '\n';
+        veldan::kit::tellUser(error.what());
         if (const auto* usage = dynamic_cast<const veldan::cli::UsageError*>(&error))
-            std::cerr << "veldan: \"" << usage->command() << " --help\" tells more\n";
+            veldan::kit::tellUser("\"" + usage->command() + " --help\" tells more");
         if (json && !error.inOutput())
             printFailure(error.code(), error.what());
         return error.code();
     } catch (const std::exception& error) {
         const std::string message = std::string("unexpected failure: ") + error.what();
-        std::cerr << "veldan: " << veldan::kit::printable(message) << '\n';
+        veldan::kit::tellUser(message);
         if (json)
             printFailure(ExitCode::Internal, message);
         return ExitCode::Internal;

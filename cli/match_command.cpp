@@ -1,13 +1,15 @@
 #include "commands.hpp"
 #include "gallery/template_file.hpp"
+#include "options.hpp"
 #include "photo/annotate.hpp"
 #include "photo/face_api.hpp"
+#include "photo/face_text.hpp"
 #include "photo/largest_face.hpp"
 #include "photo/output_files.hpp"
 #include "photo_run.hpp"
 #include "report/printable.hpp"
-#include "report/similarity_words.hpp"
-#include "similarity_option.hpp"
+#include "report/similarity.hpp"
+#include "report/text.hpp"
 #include "system/file_bytes.hpp"
 
 #include <veldan/image_tool.h>
@@ -16,11 +18,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iomanip>
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -53,12 +53,6 @@ struct Side {
 
 std::string maskText(const JudgedFace& face) {
     return std::string(face.masked ? "masked (" : "no mask (") + std::to_string(face.record.maskScore) + ")";
-}
-
-std::string threeDecimals(double number) {
-    std::ostringstream text;
-    text << std::fixed << std::setprecision(3) << number;
-    return text.str();
 }
 
 int scaled(int length, double factor) {
@@ -162,14 +156,10 @@ private:
             document["threshold"] = options_.threshold;
             document["same"] = same_;
         }
-        document["steps"] = Json::array();
-        for (const SimilarityStep& step : similaritySteps(kind))
-            document["steps"].push_back({{"similarity", step.similarity},
-                                         {"falseMatchRate", step.falseMatchRate},
-                                         {"reached", similarity >= step.similarity}});
+        document["steps"] = stepsJson(similarity, kind);
         if (!options_.photos.json)
             print(similarity, verdict, kind, maskWorn);
-        draw(document, {"similarity " + threeDecimals(similarity), verdict});
+        draw(document, {similarityText(similarity), verdict});
     }
 
     /** A template is of one kind for good, which the other side then has to follow. */
@@ -209,14 +199,14 @@ private:
     }
 
     void print(double similarity, const std::string& verdict, Kind kind, bool maskWorn) const {
-        std::cout << "similarity " << threeDecimals(similarity) << ": " << verdict << '\n';
+        std::cout << similarityText(similarity) << ": " << verdict << '\n';
         if (kind == Kind::Masked)
             std::cout << "      compared as masked faces" << (maskWorn ? ", since a mask is worn" : "") << '\n';
         if (options_.judged)
             std::cout << "      " << (same_ ? "the same person" : "different people") << " by the threshold of "
-                      << threeDecimals(options_.threshold) << '\n';
+                      << fixed(options_.threshold, 3) << '\n';
         for (const SimilarityStep& step : similaritySteps(kind))
-            std::cout << "      at least " << std::fixed << std::setprecision(2) << step.similarity
+            std::cout << "      at least " << fixed(step.similarity, 2)
                       << (similarity >= step.similarity ? ": yes" : ": no ") << "  (as " << oneIn(step)
                       << " pairs of different people)\n";
     }
@@ -257,7 +247,7 @@ void addMatchCommand(CLI::App& app, Action& action) {
         addSimilarityOption(*command, "--threshold", options->threshold,
                             "Similarity of the same person: the exit code says whether it is reached")
             ->default_str("");
-    command->add_flag("--json", options->photos.json, "Print one JSON document instead of text");
+    addJsonFlag(*command, options->photos.json);
     command->add_option("--draw", options->draw, "Draw both photos side by side with the faces and the similarity")
         ->type_name("OUT");
     command->footer(

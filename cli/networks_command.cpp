@@ -1,12 +1,12 @@
 #include "commands.hpp"
 #include "gallery/digest.hpp"
+#include "report/json.hpp"
 
 #include <veldan/model_store.hpp>
 
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 
-#include <iomanip>
+#include <fmt/format.h>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -36,7 +36,7 @@ const char* kindOf(const std::string& extension) {
 }
 
 ExitCode printNetworks(bool json) {
-    nlohmann::ordered_json document = {{"networks", nlohmann::ordered_json::array()}};
+    Json document = {{"networks", Json::array()}};
     for (const EmbeddedNetwork& network : networks) {
         std::vector<unsigned char> bytes(static_cast<std::size_t>(network.length()));
         if (network.data(bytes.data()) != 0)
@@ -49,12 +49,12 @@ ExitCode printNetworks(bool json) {
                                             {"bytes", bytes.size()},
                                             {"sha256", digest}});
         } else {
-            std::cout << std::left << std::setw(36) << network.name << std::right << std::setw(9) << bytes.size()
-                      << "  " << digest << "  " << kindOf(network.extension) << '\n';
+            std::cout << fmt::format("{:<36}{:>9}  {}  {}\n", network.name, bytes.size(), digest,
+                                     kindOf(network.extension));
         }
     }
     if (json)
-        std::cout << document.dump(2) << '\n';
+        std::cout << written(document) << '\n';
     return ExitCode::Success;
 }
 

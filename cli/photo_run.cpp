@@ -1,10 +1,10 @@
 #include "photo_run.hpp"
 
+#include "report/messages.hpp"
 #include "report/printable.hpp"
 #include "system/file_bytes.hpp"
 #include "system/ordered_work.hpp"
 
-#include <CLI/CLI.hpp>
 #include <opencv2/core/utility.hpp>
 
 #include <algorithm>
@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
-#include <thread>
 #include <utility>
 
 namespace veldan::cli {
@@ -34,52 +33,7 @@ bool severalWanted(const PhotoOptions& options, const std::vector<PhotoInput>& i
     return inputs.size() > 1 || options.photos.recursive || !options.photos.list.empty();
 }
 
-std::size_t jobsOf(const std::string& text) {
-    const std::size_t jobs = text == "auto" ? 0 : static_cast<std::size_t>(std::stoul(text));
-    return jobs > 0 ? jobs : std::max<std::size_t>(std::thread::hardware_concurrency(), 1);
-}
-
 } // namespace
-
-void addPhotoOptions(CLI::App& command, PhotoOptions& options, const std::string& drawHelp) {
-    command
-        .add_option("PHOTO", options.photos.named,
-                    "Photos: jpg, png, webp, bmp, tiff and what else OpenCV reads; - for standard input")
-        ->type_name("");
-    command.add_flag("-r,--recursive", options.photos.recursive, "Read the photos in folders, and in folders in them");
-    command
-        .add_option("--files-from", options.photos.list,
-                    "Read the names of photos from a file, one a line; - for standard input")
-        ->type_name("FILE");
-    command.add_flag("-0,--null", options.photos.nullSeparated, "Names of --files-from end with a NUL byte");
-    command.add_flag("--json", options.json, "Print one JSON document instead of text");
-    command
-        .add_option("--draw", options.draw,
-                    drawHelp + ": a file for one photo, a folder for several, - for standard output (PNG)")
-        ->type_name("OUT");
-    addJobOptions(command, options);
-    command.parse_complete_callback([&options] {
-        if (options.photos.named.empty() && options.photos.list.empty())
-            throw CLI::RequiredError("PHOTO");
-    });
-}
-
-void addJobOptions(CLI::App& command, PhotoOptions& options) {
-    command
-        .add_option_function<std::string>(
-            "-j,--jobs", [&options](const std::string& text) { options.jobs = jobsOf(text); },
-            "Photos to work on at the same time; 0 or auto: as many as there are processors")
-        ->type_name("N")
-        ->default_str("1")
-        ->check([](const std::string& text) {
-            const bool number = !text.empty() && text.size() <= 3 &&
-                                std::all_of(text.begin(), text.end(), [](char c) { return '0' <= c && c <= '9'; });
-            return std::string(number || text == "auto" ? "" : "neither a number from 0 to 999 nor auto: " + text);
-        });
-    command.add_flag_function(
-        "--progress,!--no-progress", [&options](std::int64_t count) { options.progress = count > 0; },
-        "Show how far the work has come; by default when standard error is a terminal");
-}
 
 PhotoRun::PhotoRun(const PhotoOptions& options)
     : options_(options), inputs_(photoInputs(options.photos)), photoFiles_(pathsOf(inputs_)),
@@ -137,10 +91,8 @@ ExitCode PhotoRun::forEach(const Steps& steps, const std::function<void(Json& do
         attempt(document, conclude);
     if (summarise)
         attempt(document, summarise);
-    if (options_.json) {
-        // File names need not be UTF-8; what is not is replaced rather than losing the whole document.
-        std::cout << document.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
-    }
+    if (options_.json)
+        std::cout << written(document) << '\n';
     return code_;
 }
 
@@ -164,8 +116,7 @@ void PhotoRun::report(PhotoTask& task) {
 
 void PhotoRun::say(const PhotoTask::Line& line) {
     if (line.message) {
-        std::cout.flush(); // keeps the message behind the lines of the photos before it
-        std::cerr << "veldan: " << printable(line.text) << '\n';
+        tellUser(line.text);
         return;
     }
     // Where the picture takes standard output, what is said about it stands with the messages.

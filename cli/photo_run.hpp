@@ -1,12 +1,11 @@
 #ifndef VELDAN_CLI_PHOTO_RUN_HPP
 #define VELDAN_CLI_PHOTO_RUN_HPP
 
-#include "kit_names.hpp"
-#include "photo/inputs.hpp"
+#include "options.hpp"
 #include "photo/output_files.hpp"
 #include "photo_task.hpp"
 #include "report/exit_codes.hpp"
-#include "report/face_text.hpp"
+#include "report/json.hpp"
 #include "report/progress.hpp"
 
 #include <functional>
@@ -14,26 +13,7 @@
 #include <string>
 #include <vector>
 
-namespace CLI {
-class App;
-}
-
 namespace veldan::cli {
-
-/** The options of every command that looks for faces in photos. */
-struct PhotoOptions {
-    PhotoSources photos;
-    std::string draw;
-    bool json = false;
-    std::size_t jobs = 1;         ///< photos worked on at the same time
-    std::optional<bool> progress; ///< without a value: when a terminal shows it
-};
-
-/** Adds the options to a command. @param drawHelp  what --draw draws */
-void addPhotoOptions(CLI::App& command, PhotoOptions& options, const std::string& drawHelp);
-
-/** Adds those alone that say how many photos are worked on at a time and whether progress is shown. */
-void addJobOptions(CLI::App& command, PhotoOptions& options);
 
 /**
  * Goes through the photos of a command line and reports on each: text as it comes, or one JSON document at the end. A

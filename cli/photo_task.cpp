@@ -1,11 +1,11 @@
 #include "photo_task.hpp"
 
 #include "report/printable.hpp"
+#include "report/text.hpp"
 #include "system/file_bytes.hpp"
 
 #include <exception>
-#include <iomanip>
-#include <sstream>
+#include <fmt/format.h>
 #include <system_error>
 
 namespace veldan::cli {
@@ -48,17 +48,13 @@ Photo PhotoTask::decode(const std::vector<unsigned char>& bytes) {
 void PhotoTask::addFaceCount(const Photo& photo, std::size_t count, double milliseconds) {
     entry_["milliseconds"] = milliseconds;
     entry_["faces"] = Json::array();
-    std::ostringstream text;
-    text << printable(path_) << ": " << faceCount(count) << "  (" << photo.width << " x " << photo.height << ", "
-         << std::fixed << std::setprecision(1) << milliseconds << " ms)";
-    addText(text.str());
+    addText(fmt::format("{}: {}  ({} x {}, {:.1f} ms)", printable(path_), faceCount(count), photo.width, photo.height,
+                        milliseconds));
 }
 
 void PhotoTask::addFace(Json face, const std::string& text) {
     entry_["faces"].push_back(std::move(face));
-    std::ostringstream number;
-    number << std::setw(4) << entry_["faces"].size() << "  ";
-    addText(number.str() + text);
+    addText(fmt::format("{:>4}  {}", entry_["faces"].size(), text));
 }
 
 void PhotoTask::saveCrop(std::size_t face, const char* kind, Photo crop, const std::filesystem::path& path) {
@@ -109,10 +105,6 @@ void PhotoTask::fail(ExitCode code, const std::string& message) {
     note(message);
     code_ = code;
     entry_["error"] = failureJson(code, message);
-}
-
-Json failureJson(ExitCode code, const std::string& message) {
-    return {{"name", exitCodeName(code)}, {"code", static_cast<int>(code)}, {"message", message}};
 }
 
 } // namespace veldan::cli

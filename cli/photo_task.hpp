@@ -6,7 +6,7 @@
 #include "photo/output_files.hpp"
 #include "photo/photo.hpp"
 #include "report/exit_codes.hpp"
-#include "report/face_text.hpp"
+#include "report/json.hpp"
 
 #include <cstddef>
 #include <filesystem>
@@ -106,9 +106,6 @@ private:
     ExitCode code_ = ExitCode::Success;
     bool fatal_ = false;
 };
-
-/** A failure as JSON output has it. */
-Json failureJson(ExitCode code, const std::string& message);
 
 } // namespace veldan::cli
 

@@ -1,9 +1,12 @@
 #include "commands.hpp"
 #include "gallery/template_file.hpp"
+#include "options.hpp"
 #include "photo/face_api.hpp"
 #include "photo/largest_face.hpp"
-#include "report/face_text.hpp"
+#include "report/json.hpp"
+#include "report/messages.hpp"
 #include "report/printable.hpp"
+#include "report/text.hpp"
 #include "system/file_bytes.hpp"
 
 #include <veldan/veldan.hpp>
@@ -12,7 +15,6 @@
 
 #include <exception>
 #include <filesystem>
-#include <iomanip>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -53,14 +55,12 @@ void print(const std::string& path, const TemplateReport& report, bool json) {
             document["norm"] = report.norm; // null when it is not a number
         }
         if (!report.damage.empty())
-            document["error"] = {{"name", exitCodeName(ExitCode::Unreadable)},
-                                 {"code", static_cast<int>(ExitCode::Unreadable)},
-                                 {"message", report.damage}};
-        std::cout << document.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+            document["error"] = failureJson(ExitCode::Unreadable, report.damage);
+        std::cout << written(document) << '\n';
     } else if (!report.kind.empty()) {
         std::cout << printable(path) << ": template of a " << report.kind << " face  (" << report.bytes << " bytes)\n"
                   << "      checksum " << (report.checksumHolds ? "holds" : "does not hold") << "  " << featureLength
-                  << " values  norm " << std::fixed << std::setprecision(3) << report.norm << '\n';
+                  << " values  norm " << fixed(report.norm, 3) << '\n';
     }
 }
 
@@ -79,11 +79,9 @@ ExitCode extract(const TemplateOptions& options) {
     Photo photo = about(options.photo, [&] { return loadPhoto(options.photo); });
     const LargestFace largest = about(options.photo, [&] { return largestFace(api, photo); });
     if (largest.of > 1)
-        std::cerr << "veldan: " << printable(options.photo) << ": " << faceCount(largest.of)
-                  << "; the largest one is taken\n";
+        tellUser(options.photo + ": " + faceCount(largest.of) + "; the largest one is taken");
     if (largest.face.masked && !options.masked)
-        std::cerr << "veldan: " << printable(options.photo)
-                  << ": the face wears a mask; --mask makes the template for that\n";
+        tellUser(options.photo + ": the face wears a mask; --mask makes the template for that");
     const Kind kind = options.masked ? Kind::Masked : Kind::Bare;
     const Template feature =
         about(options.photo, [&] { return templateOf(api.instance(), photo, largest.face, kind); });
@@ -125,7 +123,7 @@ void addTemplateCommand(CLI::App& app, Action& action) {
         "A photo that is called info: veldan template ./info -o FILE\n");
     CLI::App* info = command->add_subcommand("info", "Tell kind, checksum and size of a template file");
     info->add_option("FILE", options->file, "A template file")->required()->type_name("");
-    info->add_flag("--json", options->json, "Print one JSON document instead of text");
+    addJsonFlag(*info, options->json);
     info->callback([options, &action] { action = [options] { return inform(*options); }; });
     // Only without info the photo and the output are needed, so this cannot be left to the options.
     command->callback([options, info, photo, out, &action] {

@@ -1,10 +1,10 @@
 #include "commands.hpp"
+#include "report/json.hpp"
 
 #include <veldan/face_api.h>
 #include <veldan/image_tool.h>
 
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 
 #include <array>
 #include <iostream>
@@ -20,9 +20,9 @@ ExitCode printVersion(bool json) {
     std::array<char, VELDAN_TOOL_VERSION_SIZE> imageTools{};
     CVToolVersion(imageTools.data());
     if (json) {
-        const nlohmann::ordered_json document = {
+        const Json document = {
             {"veldan", VELDAN_VERSION}, {"algorithm", algorithm.data()}, {"imageTools", imageTools.data()}};
-        std::cout << document.dump(2) << '\n';
+        std::cout << written(document) << '\n';
     } else {
         std::cout << "veldan       " << VELDAN_VERSION << '\n'
                   << "algorithm    " << algorithm.data() << '\n'

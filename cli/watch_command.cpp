@@ -1,14 +1,16 @@
 #include "commands.hpp"
 #include "gallery/store.hpp"
+#include "gallery_to_search.hpp"
+#include "options.hpp"
 #include "photo/annotate.hpp"
 #include "photo/face_api.hpp"
 #include "photo/judge.hpp"
 #include "photo_task.hpp"
-#include "report/face_text.hpp"
-#include "report/printable.hpp"
-#include "report/thresholds.hpp"
-#include "similarity_option.hpp"
+#include "report/messages.hpp"
+#include "report/similarity.hpp"
+#include "report/text.hpp"
 #include "system/stop_signal.hpp"
+#include "video/event_text.hpp"
 #include "video/preview_window.hpp"
 #include "video/record.hpp"
 #include "video/source.hpp"
@@ -23,12 +25,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <iomanip>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <set>
-#include <sstream>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -53,39 +53,6 @@ struct WatchOptions {
     bool show = false;
 };
 
-const char* nameOf(TrackEvent::Kind kind) {
-    switch (kind) {
-    case TrackEvent::Kind::Appeared:
-        return "appeared";
-    case TrackEvent::Kind::Recognised:
-        return "recognised";
-    case TrackEvent::Kind::Stranger:
-        return "stranger";
-    case TrackEvent::Kind::Left:
-        return "left";
-    }
-    return "";
-}
-
-std::string twoDecimals(double number) {
-    std::ostringstream text;
-    text << std::fixed << std::setprecision(2) << number;
-    return text.str();
-}
-
-double similarityOf(const VDFACEINFOEX& face) {
-    return face.searchScore / 100.0;
-}
-
-SearchableGallery openGallery(const std::string& path) {
-    SearchableGallery gallery = GalleryStore(path, GalleryStore::Access::Read).searchable();
-    for (const std::string& damage : gallery.damaged)
-        std::cerr << "veldan: " << path << ": " << damage << '\n';
-    if (gallery.names.empty())
-        std::cerr << "veldan: " << path << ": nobody is enrolled, so everybody will be a stranger\n";
-    return gallery;
-}
-
 void refuseOverwriting(const WatchOptions& options) {
     std::error_code error;
     for (const std::string& input : {options.source, options.gallery})
@@ -96,8 +63,10 @@ void refuseOverwriting(const WatchOptions& options) {
 class Watch {
 public:
     explicit Watch(const WatchOptions& options)
-        : options_(options), gallery_(openGallery(options.gallery)), api_(static_cast<int>(gallery_.names.size())),
-          tracker_(api_.instance()), events_(options.grace), source_(options.source) {
+        : options_(options),
+          gallery_(galleryToSearch(options.gallery, "nobody is enrolled, so everybody will be a stranger")),
+          api_(static_cast<int>(gallery_.names.size())), tracker_(api_.instance()), events_(options.grace),
+          source_(options.source) {
         if (options.record.empty())
             return;
         refuseOverwriting(options);
@@ -107,7 +76,7 @@ public:
     ExitCode run() {
         if (options_.show && !std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY") &&
             !std::getenv("QT_QPA_PLATFORM"))
-            std::cerr << "veldan: no display was found, so --show shows nothing\n";
+            tellUser("no display was found, so --show shows nothing");
         catchStopSignals();
         Frame frame;
         while (!stopRequested() && !enough() && source_.next(frame, stopRequested)) {
@@ -123,7 +92,7 @@ public:
             record([&] { record_->close(); });
         if (lost) {
             failure_ = CommandError(ExitCode::Unreadable, "camera " + options_.source + " sends no more pictures");
-            std::cerr << "veldan: " << failure_->what() << '\n';
+            tellUser(failure_->what());
         }
         summarise();
         return failure_ ? failure_->code() : ExitCode::Success;
@@ -164,42 +133,19 @@ private:
     }
 
     void report(const TrackEvent& event) {
-        const bool recognised = event.kind == TrackEvent::Kind::Recognised;
         const std::string name = personName(event.face.searchId);
         people_ = std::max(people_, event.person);
-        if (recognised) {
+        if (event.kind == TrackEvent::Kind::Recognised) {
             recognised_.insert(name);
             strangers_.erase(event.person);
         } else if (event.kind == TrackEvent::Kind::Stranger) {
             strangers_.insert(event.person);
         }
-        if (options_.json) {
-            Json json = {{"event", nameOf(event.kind)},
-                         {"frame", event.moment.frame},
-                         {"seconds", event.moment.seconds},
-                         {"person", event.person}};
-            if (recognised) {
-                json["name"] = name;
-                json["similarity"] = similarityOf(event.face);
-                json["masked"] = event.face.maskScore >= maskedFrom;
-            }
-            if (options_.liveness) {
-                json["liveness"] = event.face.liveness;
-                json["live"] = isLive(event.face);
-            }
-            json["box"] = detectionJson(event.face)["box"];
-            printLine(json);
-            return;
-        }
-        std::cout << "frame " << event.moment.frame << "  " << twoDecimals(event.moment.seconds) << " s  person "
-                  << event.person << ' ' << (event.kind == TrackEvent::Kind::Stranger ? "is a " : "")
-                  << nameOf(event.kind);
-        if (recognised)
-            std::cout << ": " << name << "  (similarity " << twoDecimals(similarityOf(event.face))
-                      << (event.face.maskScore >= maskedFrom ? ", masked)" : ")");
-        if (options_.liveness)
-            std::cout << (isLive(event.face) ? "  live (" : "  not live (") << event.face.liveness << ')';
-        std::cout << std::endl; // whoever follows the output wants to know at once
+        if (options_.json)
+            printLine(eventJson(event, name, options_.liveness));
+        else
+            std::cout << eventText(event, name, options_.liveness)
+                      << std::endl; // whoever follows wants to know at once
     }
 
     void summarise() {
@@ -218,7 +164,7 @@ private:
             printLine(json);
             return;
         }
-        std::cout << frames_ << (frames_ == 1 ? " frame" : " frames");
+        std::cout << counted(static_cast<std::size_t>(frames_), "frame");
         if (source_.dropped() > 0)
             std::cout << " (" << source_.dropped() << " dropped)";
         std::cout << ", " << people_ << (people_ == 1 ? " person; recognised:" : " people; recognised:");
@@ -229,9 +175,7 @@ private:
             std::cout << "recorded in " << options_.record << '\n';
     }
 
-    static void printLine(const Json& json) {
-        std::cout << json.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
-    }
+    static void printLine(const Json& json) { std::cout << written(json, -1) << std::endl; }
 
     std::vector<Mark> marksOf(const std::vector<VDFACEINFOEX>& faces) const {
         std::vector<Mark> marks;
@@ -242,7 +186,7 @@ private:
                                 : tracked.stranger    ? "stranger"
                                                       : "?";
             if (faces[i].searchFlag >= 1)
-                words += " " + twoDecimals(similarityOf(faces[i]));
+                words += " " + fixed(similarityOf(faces[i]), 2);
             marks.emplace_back(faces[i], faces[i].maskScore >= maskedFrom, std::vector<std::string>{words});
         }
         return marks;
@@ -253,8 +197,7 @@ private:
         try {
             step();
         } catch (const CommandError& error) {
-            std::cout.flush();
-            std::cerr << "veldan: " << printable(error.what()) << '\n';
+            tellUser(error.what());
             failure_ = error;
             record_.reset();
         }
@@ -281,9 +224,7 @@ private:
 void addWatchCommand(CLI::App& app, Action& action) {
     CLI::App* command = app.add_subcommand("watch", "Follow the faces of a camera or video and say who comes and goes");
     const auto options = std::make_shared<WatchOptions>();
-    command->add_option("--gallery", options->gallery, "The gallery to search, as veldan enroll makes it")
-        ->required()
-        ->type_name("FILE");
+    addGalleryOption(*command, options->gallery, "The gallery to search, as veldan enroll makes it");
     command
         ->add_option("SOURCE", options->source,
                      "Number of a camera, address of a stream (rtsp://..., http://...), or a video file")

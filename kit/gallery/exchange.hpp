@@ -2,7 +2,7 @@
 #define VELDAN_KIT_GALLERY_EXCHANGE_HPP
 
 #include "gallery/store.hpp"
-#include "report/face_text.hpp"
+#include "report/json.hpp"
 
 #include <string>
 #include <vector>

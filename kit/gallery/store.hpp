@@ -1,51 +1,19 @@
 #ifndef VELDAN_KIT_GALLERY_STORE_HPP
 #define VELDAN_KIT_GALLERY_STORE_HPP
 
-#include "gallery/sqlite.hpp"
+#include "gallery/records.hpp"
 
 #include <veldan/veldan.hpp>
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace veldan::kit {
 
-/** Which networks made a template: SHA-256 digests of the weights of the two recognizers. */
-struct Recognizers {
-    std::string bare;
-    std::string masked;
-
-    /** Those that the library embeds. */
-    static Recognizers embedded();
-
-    bool operator==(const Recognizers& other) const { return bare == other.bare && masked == other.masked; }
-    bool operator!=(const Recognizers& other) const { return !(*this == other); }
-};
-
-/** What a gallery keeps of a photo. */
-struct EnrolledPhoto {
-    std::string source; ///< the file's name when it was enrolled
-    std::string digest; ///< SHA-256 of the file
-    std::string date;   ///< when it was enrolled: UTC, such as 2024-05-31T12:00:00Z
-    int quality = 0;
-    Template bare{};
-    Template masked{};
-};
-
-struct PersonPhoto {
-    std::string person;
-    EnrolledPhoto photo;
-};
-
-/** A person as lists show it. */
-struct PersonSummary {
-    std::string name;
-    std::size_t photos = 0;
-    std::string firstDate;
-    std::string lastDate;
-};
+class SqliteHome;
 
 /** Where a template comes from. */
 struct PhotoOrigin {
@@ -73,25 +41,30 @@ struct SearchableGallery {
  *
  * All functions throw CommandError, with the file's name in the message: Missing (no such file or person), Gallery (not
  * a gallery, a newer or damaged one, other networks, in use), NotWritten (a read-only file, a full disk), Unreadable.
- * A file that is not a gallery is never changed.
+ * A file that is not a gallery is never changed. One thread at a time.
  */
 class GalleryStore {
 public:
-    enum class Access {
-        Read,  ///< an existing file, which is not changed
-        Change ///< a file that is created when there is none
-    };
+    using Access = GalleryAccess;
 
     GalleryStore(const std::string& path, Access access);
+    GalleryStore(GalleryStore&& other) noexcept;
+    GalleryStore& operator=(GalleryStore&& other) noexcept;
+    GalleryStore(const GalleryStore&) = delete;
+    GalleryStore& operator=(const GalleryStore&) = delete;
+    ~GalleryStore();
 
     /** The networks that made the templates. */
-    const Recognizers& recognizers() const { return recognizers_; }
+    const Recognizers& recognizers() const;
 
     /** Throws when other networks than the library's made the templates, and says what to do. */
     void requireOwnNetworks() const;
 
     /** All persons, as enrolled, with what searches need. Throws when other networks made the templates. */
     SearchableGallery searchable();
+
+    /** Goes through all photos as enrolled, a person's after each other. */
+    void forEach(const std::function<void(const PersonPhoto& photo)>& visit);
 
     /** All persons by name. */
     std::vector<PersonSummary> persons();
@@ -132,31 +105,11 @@ public:
     bool removePhoto(const std::string& person, const std::string& digest);
 
 private:
-    class NewFile;
-    struct NewFileDeleter {
-        void operator()(NewFile* file) const;
-    };
-    using NewFilePointer = std::unique_ptr<NewFile, NewFileDeleter>;
+    Added addOne(const PersonPhoto& added);
+    void change(const std::function<void()>& steps);
 
-    GalleryStore(const std::string& path, Access access, NewFilePointer newFile);
-    static NewFilePointer prepared(const std::string& path, Access access);
-    Added add(const std::string& person, const EnrolledPhoto& photo);
-    bool publish();
-
-    std::string path_;
-    NewFilePointer newFile_; ///< the file, as long as it has not got its name
-    Database database_;
-    Recognizers recognizers_;
+    std::unique_ptr<SqliteHome> home_;
 };
-
-/** Why a text cannot be the name of a person; empty when it can. */
-std::string refusalOfName(const std::string& name);
-
-/** The time now as EnrolledPhoto has it. */
-std::string dateNow();
-
-/** Empty when both templates are whole, of their kinds and plausible; otherwise what is wrong with which, in words. */
-std::string damageOf(const EnrolledPhoto& photo);
 
 } // namespace veldan::kit
 

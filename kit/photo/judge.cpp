@@ -2,7 +2,7 @@
 
 #include "photo/face_api.hpp"
 #include "report/exit_codes.hpp"
-#include "report/thresholds.hpp"
+#include "report/similarity.hpp"
 
 #include <veldan/align.h>
 #include <veldan/face_quality.hpp>

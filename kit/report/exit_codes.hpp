@@ -1,6 +1,7 @@
 #ifndef VELDAN_KIT_REPORT_EXIT_CODES_HPP
 #define VELDAN_KIT_REPORT_EXIT_CODES_HPP
 
+#include <array>
 #include <stdexcept>
 #include <string>
 
@@ -22,36 +23,37 @@ enum class ExitCode : int {
     Internal = 11,
 };
 
+/** What a code is called in machine-readable output, and what it means. */
+struct ExitCodeRow {
+    ExitCode code;
+    const char* name;
+    const char* meaning;
+    bool ofPhotos; ///< whether every command that reads photos may end with it
+};
+
+/** All codes. The help of the commands and docs/command.md say what stands here. */
+inline constexpr std::array<ExitCodeRow, 12> exitCodes = {{
+    {ExitCode::Success, "success", "done; a photo without a face is a result, not an error", true},
+    {ExitCode::Different, "different", "only `veldan match --threshold`: different people", false},
+    {ExitCode::Usage, "usage", "wrong usage", true},
+    {ExitCode::Missing, "missing", "a photo does not exist", true},
+    {ExitCode::Unreadable, "unreadable", "a photo cannot be read, or is not a picture", true},
+    {ExitCode::TooSmall, "too_small", "a photo is too small (less than 100 pixels on a side)", true},
+    {ExitCode::TooManyFaces, "too_many_faces", "a photo holds more than 100 faces", true},
+    {ExitCode::NotWritten, "not_written", "a picture could not be written", true},
+    {ExitCode::Library, "library", "the library did not start", true},
+    {ExitCode::Unsuitable, "unsuitable", "a photo does not serve: no face, several faces, or one of too little quality",
+     false},
+    {ExitCode::Gallery, "gallery", "a gallery cannot be used: damaged, made by other networks, or no gallery at all",
+     false},
+    {ExitCode::Internal, "internal", "unexpected failure", true},
+}};
+
 /** The name of a code in machine-readable output. */
-inline const char* exitCodeName(ExitCode code) {
-    switch (code) {
-    case ExitCode::Success:
-        return "success";
-    case ExitCode::Different:
-        return "different";
-    case ExitCode::Usage:
-        return "usage";
-    case ExitCode::Missing:
-        return "missing";
-    case ExitCode::Unreadable:
-        return "unreadable";
-    case ExitCode::TooSmall:
-        return "too_small";
-    case ExitCode::TooManyFaces:
-        return "too_many_faces";
-    case ExitCode::NotWritten:
-        return "not_written";
-    case ExitCode::Library:
-        return "library";
-    case ExitCode::Unsuitable:
-        return "unsuitable";
-    case ExitCode::Gallery:
-        return "gallery";
-    case ExitCode::Internal:
-        break;
-    }
-    return "internal";
-}
+const char* exitCodeName(ExitCode code);
+
+/** The exit codes for the help of every command that reads photos. */
+std::string exitCodeHelp();
 
 /** A failure with the exit code that it leads to; the text is a complete message for the user. */
 class CommandError : public std::runtime_error {
@@ -77,19 +79,6 @@ class FatalError : public CommandError {
 public:
     using CommandError::CommandError;
 };
-
-/** The exit codes for the help of every command that reads photos. */
-inline constexpr const char* exitCodeHelp = "Exit codes:\n"
-                                            "  0  done; a photo without a face is a result, not an error\n"
-                                            "  2  wrong usage\n"
-                                            "  3  a photo does not exist\n"
-                                            "  4  a photo cannot be read, or is not a picture\n"
-                                            "  5  a photo is too small (less than 100 pixels on a side)\n"
-                                            "  6  a photo holds more than 100 faces\n"
-                                            "  7  a picture could not be written\n"
-                                            "  8  the library did not start\n"
-                                            " 11  unexpected failure\n"
-                                            "The first problem decides; the other photos are processed all the same.\n";
 
 } // namespace veldan::kit
 

@@ -1,18 +1,34 @@
-#include "similarity_option.hpp"
-
-#include "kit_names.hpp"
-#include "report/exit_codes.hpp"
-
-#include <CLI/CLI.hpp>
+#include "report/similarity.hpp"
 
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <sstream>
+#include <fmt/format.h>
 #include <string_view>
 #include <system_error>
 
-namespace veldan::cli {
+namespace veldan::kit {
+
+std::string verdictOn(double similarity, Kind kind) {
+    std::string verdict = "probably different people";
+    for (const SimilarityStep& step : similaritySteps(kind))
+        if (similarity >= step.similarity)
+            verdict = step.verdict;
+    return verdict;
+}
+
+std::string oneIn(const SimilarityStep& step) {
+    return fmt::format("1 in {}", std::lround(1 / step.falseMatchRate));
+}
+
+Json stepsJson(double similarity, Kind kind) {
+    Json steps = Json::array();
+    for (const SimilarityStep& step : similaritySteps(kind))
+        steps.push_back({{"similarity", step.similarity},
+                         {"falseMatchRate", step.falseMatchRate},
+                         {"reached", similarity >= step.similarity}});
+    return steps;
+}
 
 double similarityFrom(const std::string& text) {
     std::string_view number(text);
@@ -36,17 +52,4 @@ int wholePercent(double similarity) {
     return std::max(1, static_cast<int>(std::ceil(similarity * 100 - rounding)));
 }
 
-CLI::Option* addSimilarityOption(CLI::App& command, const std::string& name, double& value, const std::string& help) {
-    std::ostringstream text;
-    text << value;
-    const auto read = [&value, name](const std::string& given) {
-        try {
-            value = similarityFrom(given);
-        } catch (const CommandError& error) {
-            throw CLI::ValidationError(name, error.what());
-        }
-    };
-    return command.add_option_function<std::string>(name, read, help)->type_name("S")->default_str(text.str());
-}
-
-} // namespace veldan::cli
+} // namespace veldan::kit

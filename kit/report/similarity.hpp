@@ -1,10 +1,12 @@
-#ifndef VELDAN_KIT_REPORT_SIMILARITY_WORDS_HPP
-#define VELDAN_KIT_REPORT_SIMILARITY_WORDS_HPP
+#ifndef VELDAN_KIT_REPORT_SIMILARITY_HPP
+#define VELDAN_KIT_REPORT_SIMILARITY_HPP
 
-#include <veldan/veldan.hpp>
+#include "report/json.hpp"
+
+#include <veldan/template.hpp>
+#include <veldan/thresholds.h>
 
 #include <array>
-#include <cmath>
 #include <string>
 
 namespace veldan::kit {
@@ -34,18 +36,27 @@ inline const SimilaritySteps& similaritySteps(Kind kind) {
 }
 
 /** What the similarity of two faces says about them, in words. */
-inline std::string verdictOn(double similarity, Kind kind) {
-    std::string verdict = "probably different people";
-    for (const SimilarityStep& step : similaritySteps(kind))
-        if (similarity >= step.similarity)
-            verdict = step.verdict;
-    return verdict;
-}
+std::string verdictOn(double similarity, Kind kind);
 
 /** The rate of a step, such as "1 in 1000". */
-inline std::string oneIn(const SimilarityStep& step) {
-    return "1 in " + std::to_string(std::lround(1 / step.falseMatchRate));
-}
+std::string oneIn(const SimilarityStep& step);
+
+/** All steps, and whether the similarity reaches them. */
+Json stepsJson(double similarity, Kind kind);
+
+/** @name Defaults of the programs */
+///@{
+inline constexpr double recognitionThreshold = VELDAN_SAME_PERSON / 100.0;
+inline constexpr double maskedRecognitionThreshold = VELDAN_SAME_PERSON_MASKED / 100.0;
+inline constexpr int enrolmentQuality = VELDAN_ENROLMENT_QUALITY;
+inline constexpr int maskedFrom = VELDAN_MASKED;
+///@}
+
+/** The similarity that a text means, 0 to 1: "0.72", "72%" and "72" are the same. Throws CommandError (Usage). */
+double similarityFrom(const std::string& text);
+
+/** The least whole percentage from 1 on that is not below the similarity: what the library's tracked search takes. */
+int wholePercent(double similarity);
 
 } // namespace veldan::kit
 

@@ -1,0 +1,16 @@
+#include "gallery_to_search.hpp"
+
+#include "report/messages.hpp"
+
+namespace veldan::cli {
+
+SearchableGallery galleryToSearch(const std::string& path, const std::string& empty) {
+    SearchableGallery gallery = GalleryStore(path, GalleryStore::Access::Read).searchable();
+    for (const std::string& damage : gallery.damaged)
+        tellUser(path + ": passed over: " + damage);
+    if (gallery.names.empty())
+        tellUser(path + ": " + empty);
+    return gallery;
+}
+
+} // namespace veldan::cli

@@ -1,0 +1,62 @@
+#ifndef VELDAN_KIT_GALLERY_IDENTITY_HPP
+#define VELDAN_KIT_GALLERY_IDENTITY_HPP
+
+#include "gallery/candidate_search.hpp"
+#include "gallery/store.hpp"
+#include "photo/judge.hpp"
+#include "report/json.hpp"
+#include "report/similarity.hpp"
+
+#include <veldan/veldan.hpp>
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace veldan::kit {
+
+/** What a search asks for. */
+struct IdentitySearch {
+    double threshold = recognitionThreshold; ///< similarity that a bare face needs
+    double maskThreshold = maskedRecognitionThreshold;
+    std::size_t top = 0; ///< candidates that are wanted as well
+};
+
+/** Who somebody is. */
+struct Identity {
+    Kind kind = Kind::Bare;
+    float similarity = 0;              ///< of the most similar person, known or not
+    const std::string* name = nullptr; ///< one of the gallery's; null: unknown
+    std::vector<Candidate> candidates;
+};
+
+/** A face and who it is. */
+struct IdentifiedFace {
+    JudgedFace face;
+    Identity identity;
+};
+
+/** Searches a gallery for a template. @param kind  of the template. Throws CommandError (Library). */
+Identity identify(Instance& instance, SearchableGallery& gallery, const Template& probe, Kind kind,
+                  const IdentitySearch& search);
+
+/** The name, or "unknown". */
+std::string nameText(const Identity& identity);
+
+/** @name What is found, on one line; candidates follow on lines of their own */
+///@{
+std::string identityText(const Identity& identity);
+std::string identityText(const IdentifiedFace& identified);
+std::string candidatesText(const Identity& identity, const SearchableGallery& gallery);
+///@}
+
+/** @name The same as objects; candidates are an array */
+///@{
+Json identityJson(const Identity& identity);
+Json identityJson(const IdentifiedFace& identified);
+Json candidatesJson(const Identity& identity, const SearchableGallery& gallery);
+///@}
+
+} // namespace veldan::kit
+
+#endif
