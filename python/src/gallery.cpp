@@ -32,7 +32,7 @@ py::str textOf(const std::string& bytes) {
 class SharedStore {
 public:
     SharedStore(const std::string& path, bool change)
-        : store_(path, change ? kit::GalleryStore::Access::Change : kit::GalleryStore::Access::Read) {}
+        : store_(path, change ? kit::GalleryStore::Access::Create : kit::GalleryStore::Access::Read) {}
 
     template <class Work>
     auto use(const Work& work) {

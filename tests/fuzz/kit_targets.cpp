@@ -58,7 +58,7 @@ struct Shelf {
                 {"person " + std::to_string(person),
                  {"photo.jpg", std::string(63, 'a') + static_cast<char>('0' + person), "2024-05-31T12:00:00Z",
                   80 + person, someTemplate(veldan::Kind::Bare, person), someTemplate(veldan::Kind::Masked, person)}});
-        veldan::kit::GalleryStore store(file.string(), veldan::kit::GalleryStore::Access::Change);
+        veldan::kit::GalleryStore store(file.string(), veldan::kit::GalleryStore::Access::Create);
         store.add(photos);
         intact = read(file);
         std::vector<veldan::kit::Unusable> unusable;
