@@ -5,6 +5,7 @@
 #include <opencv2/core.hpp>
 
 #include <exception>
+#include <utility>
 
 namespace veldan::python {
 
@@ -22,7 +23,7 @@ void raise(const char* translator, int code, const char* message) {
 void translateErrors() {
     py::register_local_exception_translator([](std::exception_ptr thrown) {
         try {
-            std::rethrow_exception(thrown);
+            std::rethrow_exception(std::move(thrown));
         } catch (const Error& error) {
             raise("of_code", error.code(), error.what());
         } catch (const kit::CommandError& error) {

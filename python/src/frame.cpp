@@ -94,12 +94,12 @@ Array aligned(const Array& frame, Array record, bool fivePoints, int side) {
         fail("alignment", VD_ERR_NO_FACE, "the side of the crop must be 1 to " + std::to_string(mostCrop) + " pixels");
     const ImageView image = viewOf(frame);
     const VDFACEINFOEX& face = recordOf(record);
-    const int first = fivePoints ? 0 : 5;
-    const int count = fivePoints ? 5 : 2;
+    const std::size_t first = fivePoints ? 0 : 5;
+    const std::size_t count = fivePoints ? 5 : 2;
     std::array<float, 10> points{};
-    for (int k = 0; k < count; ++k) {
-        points[static_cast<std::size_t>(2 * k)] = static_cast<float>(face.keyPointX[first + k]);
-        points[static_cast<std::size_t>(2 * k + 1)] = static_cast<float>(face.keyPointY[first + k]);
+    for (std::size_t k = 0; k < count; ++k) {
+        points[2 * k] = static_cast<float>(face.keyPointX[first + k]);
+        points[2 * k + 1] = static_cast<float>(face.keyPointY[first + k]);
     }
     py::array_t<unsigned char> crop({side, side, 3});
     unsigned char* const pixels = crop.mutable_data();
@@ -142,7 +142,7 @@ Array packed(const py::object& image, const std::string& order, bool copy, const
         refuse("its order is \"" + order + "\", neither \"BGR\" nor \"RGB\"");
     if (!py::isinstance<Array>(image))
         refuse("it is of type " + std::string(py::str(py::type::of(image))) + ", not a numpy array");
-    const Array array = py::reinterpret_borrow<Array>(image);
+    Array array = py::reinterpret_borrow<Array>(image);
     requireImage(array);
     const bool reversed = order == "RGB";
     if (!copy && !reversed && liesPacked(array))
