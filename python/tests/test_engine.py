@@ -99,7 +99,7 @@ def test_closing_waits_for_a_call_in_another_thread(rows):
             pass
         engine.close()
         worker.join(30)
-        assert not worker.is_alive() and set(outcome) == {8}
+        assert not worker.is_alive() and len(set(outcome)) == 1
 
 
 def judged_elsewhere(engine, image, face):
