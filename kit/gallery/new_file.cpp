@@ -3,6 +3,7 @@
 #include "report/exit_codes.hpp"
 #include "system/file_bytes.hpp"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
@@ -11,7 +12,9 @@
 namespace veldan::kit {
 
 NewFile::NewFile(const std::string& path) : target_(withLinksFollowed(path)) {
-    file_ = target_.parent_path() / ("." + target_.filename().string() + "-" + std::to_string(::getpid()) + "-partial");
+    static std::atomic<unsigned int> count{0}; // a process may open a new gallery more than once
+    file_ = target_.parent_path() / ("." + target_.filename().string() + "-" + std::to_string(::getpid()) + "-" +
+                                     std::to_string(count++) + "-partial");
     remove(); // left behind by a process that was killed
     const FileDescriptor created(::open(file_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, forOwner));
     if (created.get() < 0)
