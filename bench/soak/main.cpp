@@ -182,8 +182,7 @@ int main(int argc, char** argv) {
     app.add_option("--visit-every", options.visitEvery, "Somebody walks by once in so many frames")
         ->check(CLI::Range(2, 1000000))
         ->capture_default_str();
-    app.add_option("--growth", options.mostGrowth, "KiB from which on memory counts as growing")
-        ->capture_default_str();
+    app.add_option("--growth", options.mostGrowth, "KiB from which on memory counts as growing")->capture_default_str();
     app.add_option("--photos", options.photos, "Folder of the bundled photos")->capture_default_str();
     CLI11_PARSE(app, argc, argv);
     std::signal(SIGINT, [](int) { interrupted = 1; });
