@@ -15,7 +15,7 @@ namespace {
 const std::vector<std::pair<std::string, SizeMeasure>> sizeMeasures = {
     {"geometric", SizeMeasure::Geometric}, {"longer", SizeMeasure::Longer}, {"shorter", SizeMeasure::Shorter}};
 
-struct Options : PackOptions {
+struct DetectOptions : PackOptions {
     std::string size = "geometric";
     std::string review;
     std::vector<std::string> background{"clothes", "kitchen_hands"};
@@ -53,7 +53,7 @@ void writeErrors(const std::filesystem::path& path, const cv::Mat& picture, cons
 
 class DetectEvaluation {
 public:
-    explicit DetectEvaluation(const Options& options) : options_(options) {
+    explicit DetectEvaluation(const DetectOptions& options) : options_(options) {
         for (std::size_t i = 0; i < sizeMeasures.size(); ++i) {
             if (sizeMeasures[i].first == options.size)
                 chosen_ = i;
@@ -173,7 +173,7 @@ private:
                       << text(figures["falsePositivesPerPhoto"].get<double>(), 4) << '\n';
     }
 
-    const Options& options_;
+    const DetectOptions& options_;
     std::size_t chosen_ = 0;
     Instance library_;
     LabelReview review_;
@@ -185,7 +185,7 @@ private:
 void addDetectEvaluation(CLI::App& app, std::function<void()>& action) {
     CLI::App* command =
         app.add_subcommand("detect", "Recall, false positives a photo, error of the five points, milliseconds a photo");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<DetectOptions>();
     addPackOptions(*command, *options,
                    "Folder for pictures of the errors: false boxes red, missed faces blue, found green, ignored grey");
     command->add_option("--size", options->size, "What --min-face measures: root of width x height, or one side")

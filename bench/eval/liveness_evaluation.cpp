@@ -31,7 +31,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Options : CommonOptions {
+struct LivenessOptions : CommonOptions {
     std::string attacks;
     std::string spoof;
     std::string set = "set2";
@@ -80,7 +80,7 @@ bool upright(const VDFACEINFOEX& face) {
 
 class LivenessEvaluation {
 public:
-    explicit LivenessEvaluation(const Options& options) : options_(options) {}
+    explicit LivenessEvaluation(const LivenessOptions& options) : options_(options) {}
 
     void run() {
         options_.prepare();
@@ -321,7 +321,7 @@ private:
                    rows);
     }
 
-    const Options& options_;
+    const LivenessOptions& options_;
     Instance library_;
     std::unique_ptr<vdSpoofDetection> other_;
     Json document_;
@@ -331,7 +331,7 @@ private:
 
 void addLivenessEvaluation(CLI::App& app, std::function<void()>& action) {
     CLI::App* command = app.add_subcommand("liveness", "Error rates of the liveness scores, per kind of attack");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<LivenessOptions>();
     CLI::Option* attacks = command->add_option("--attacks", options->attacks,
                                                "Folder of training/make_validation.py liveness, with photos.csv");
     attacks->check(CLI::ExistingDirectory)->type_name("FOLDER");

@@ -14,13 +14,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Options : PackOptions {
+struct MaskOptions : PackOptions {
     int threshold = VELDAN_MASKED;
 };
 
 class MaskEvaluation {
 public:
-    explicit MaskEvaluation(const Options& options) : options_(options), rules_(options.rules()) {}
+    explicit MaskEvaluation(const MaskOptions& options) : options_(options), rules_(options.rules()) {}
 
     void run() {
         options_.prepare();
@@ -116,7 +116,7 @@ private:
                "without; masks worn the wrong way are apart.\n";
     }
 
-    const Options& options_;
+    const MaskOptions& options_;
     FaceRules rules_;
     Instance library_;
     MaskFigures total_;
@@ -127,7 +127,7 @@ private:
 
 void addMaskEvaluation(CLI::App& app, std::function<void()>& action) {
     CLI::App* command = app.add_subcommand("mask", "Accuracy of the mask score, and its errors per class");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<MaskOptions>();
     options->minFace = 40;
     addPackOptions(*command, *options, "Folder for pictures of the faces that were judged wrong or not found");
     command->add_option("--threshold", options->threshold, "From this score on a face counts as masked")

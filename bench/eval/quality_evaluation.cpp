@@ -11,7 +11,7 @@ namespace veldan::eval {
 
 namespace {
 
-struct Options : CommonOptions {
+struct QualityOptions : CommonOptions {
     std::string folder;
     int good = 60;
     std::string draw;
@@ -42,7 +42,7 @@ void printLevels(const Json& damage) {
 
 class QualityEvaluation {
 public:
-    explicit QualityEvaluation(const Options& options) : options_(options) {}
+    explicit QualityEvaluation(const QualityOptions& options) : options_(options) {}
 
     void run() {
         options_.prepare();
@@ -109,14 +109,14 @@ private:
                    undamaged);
     }
 
-    const Options& options_;
+    const QualityOptions& options_;
 };
 
 } // namespace
 
 void addQualityEvaluation(CLI::App& app, std::function<void()>& action) {
     CLI::App* command = app.add_subcommand("quality", "How the quality score falls as photos are damaged");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<QualityOptions>();
     command->add_option("folder", options->folder, "Folder of training/make_validation.py quality, with photos.csv")
         ->required()
         ->check(CLI::ExistingDirectory)

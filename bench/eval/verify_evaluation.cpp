@@ -28,7 +28,7 @@ namespace fs = std::filesystem;
 
 const std::vector<double> falseMatchRates = {1e-1, 1e-2, 1e-3, 1e-4, 1e-5};
 
-struct Options : CommonOptions {
+struct VerifyOptions : CommonOptions {
     std::string folder;
     std::string draw;
     std::string painted;
@@ -80,7 +80,7 @@ std::vector<OtherPhoto> readOthers(const std::vector<std::string>& lists) {
 
 class VerifyEvaluation {
 public:
-    explicit VerifyEvaluation(const Options& options) : options_(options), people_(readPeople(options.folder)) {}
+    explicit VerifyEvaluation(const VerifyOptions& options) : options_(options), people_(readPeople(options.folder)) {}
 
     void run() {
         options_.prepare();
@@ -309,7 +309,7 @@ private:
                    rows);
     }
 
-    const Options& options_;
+    const VerifyOptions& options_;
     PeoplePhotos people_;
     Instance library_;
     std::map<std::string, Templates> templates_;
@@ -324,7 +324,7 @@ private:
 
 void addVerifyEvaluation(CLI::App& app, std::function<void()>& action) {
     CLI::App* command = app.add_subcommand("verify", "Recognition: are two photos of the same person?");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<VerifyOptions>();
     command
         ->add_option("folder", options->folder,
                      "Folder with photos.csv (file,person), pairs.csv (file,file,same) and photos.zip or the photos")
