@@ -94,6 +94,7 @@ private:
             const std::vector<VDFACEINFOEX> records = detect(library_, picture);
             const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
             std::vector<FoundFace> faces;
+            faces.reserve(records.size());
             for (const VDFACEINFOEX& record : records)
                 faces.push_back({boxOf(record), pointsOf(record)});
             for (FigureSet* set : {&figures, &total_})

@@ -63,6 +63,7 @@ struct CropSquare {
 template <class T>
 std::vector<Box> boxesOf(const std::vector<T>& things) {
     std::vector<Box> boxes;
+    boxes.reserve(things.size());
     for (const T& thing : things)
         boxes.push_back(thing.box);
     return boxes;

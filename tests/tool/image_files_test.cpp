@@ -45,8 +45,7 @@ void expectPattern(GuardedBuffer& image, int channels, int (*pattern)(int, int, 
                 ASSERT_NEAR(image[i], pattern(x, y, c), tolerance) << x << ", " << y << " channel " << c;
 }
 
-// --- the pictures in data/
-// ---------------------------------------------------------------------------------------------
+// The pictures in data/
 
 struct FixtureCase {
     const char* file;
@@ -125,8 +124,7 @@ INSTANTIATE_TEST_SUITE_P(Pictures, Fixture,
                              return name;
                          });
 
-// --- the programs themselves, where they are installed
-// -----------------------------------------------------------------
+// The programs themselves, where they are installed
 
 // How to turn one file into another; the formats follow from the extensions. ppm is 8 bits, three channels.
 struct Program {
@@ -251,8 +249,7 @@ INSTANTIATE_TEST_SUITE_P(Formats, OtherProgram,
                              return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param);
                          });
 
-// --- saving and loading
-// ------------------------------------------------------------------------------------------------
+// Saving and loading
 
 TEST(ImageSave, LosslessFormatsComeBackFromDisk) {
     const fs::path folder = fs::temp_directory_path() / ("veldan-save-" + std::to_string(getpid()));

@@ -28,8 +28,7 @@ using veldan_tests::GuardedBuffer;
 using veldan_tests::TestImage;
 using Bytes = std::vector<unsigned char>;
 
-// --- cutting
-// -----------------------------------------------------------------------------------------------------------
+// Cutting
 
 struct CutCase {
     std::array<int, 4> rect;
@@ -81,8 +80,7 @@ TEST(ImageCut, NegativeSizesAreRefused) {
     }
 }
 
-// --- turning and mirroring
-// ---------------------------------------------------------------------------------------------
+// Turning and mirroring
 
 // (x, y) of the result comes from which pixel of a w x h source.
 using Origin = std::function<std::pair<int, int>(int x, int y, int w, int h)>;
@@ -172,8 +170,7 @@ TEST(ImageFlip, MirrorsByCode) {
     }
 }
 
-// --- colours and sizes
-// -------------------------------------------------------------------------------------------------
+// Colours and sizes
 
 TEST(ImageRGB2GRAY, WeighsBlueGreenRed) {
     TestImage image = TestImage::noise(31, 17);
@@ -243,8 +240,7 @@ TEST(ImageZoom, MayWriteOverItsInput) {
     EXPECT_TRUE(std::equal(expected.begin(), expected.end(), image.pixels.begin()));
 }
 
-// --- drawing
-// -----------------------------------------------------------------------------------------------------------
+// Drawing
 
 const std::vector<std::pair<int, cv::Scalar>> colours = {
     {0, {0, 0, 255}}, {1, {0, 255, 0}},       {2, {255, 0, 0}},  {3, {0, 0, 255}},
@@ -370,8 +366,7 @@ TEST(Drawing, StaysInsideTheBufferWithAnyCoordinates) {
     }
 }
 
-// --- encoding and decoding in memory
-// -----------------------------------------------------------------------------------
+// Encoding and decoding in memory
 
 Bytes encode2(TestImage& image, const char* format, int quality) {
     int size = -1;
@@ -498,8 +493,7 @@ TEST(ImageDecode, EveryPrefixEndsInASizeOrNone) {
     }
 }
 
-// --- wrong arguments
-// ---------------------------------------------------------------------------------------------------
+// Wrong arguments
 
 TEST(ImageTools, NullPointersDoNothing) {
     TestImage image = TestImage::noise(100, 80);
@@ -586,8 +580,7 @@ TEST(ImageTools, ImpossibleSizesAreRefused) {
     EXPECT_TRUE(out.untouched());
 }
 
-// --- stopwatch, version, text
-// ------------------------------------------------------------------------------------------
+// Stopwatch, version, text
 
 TEST(Stopwatch, TellsMilliseconds) {
     using Clock = std::chrono::steady_clock;

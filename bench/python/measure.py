@@ -1,6 +1,6 @@
 """Measures what Python adds, and what threads, repetition and a cluster give: measure.py calls|threads|leaks|cluster.
 
-Run with PYTHONPATH and VELDAN_LIBRARY of a build folder (tests/CMakeLists.txt). CPU times hold on a loaded machine, too.
+Run with PYTHONPATH and VELDAN_LIBRARY of a build folder (python/tests/CMakeLists.txt). CPU times hold on a loaded machine, too.
 """
 
 import argparse
