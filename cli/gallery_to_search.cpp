@@ -6,8 +6,9 @@ namespace veldan::cli {
 
 SearchableGallery galleryToSearch(const std::string& path, const std::string& empty) {
     SearchableGallery gallery = GalleryStore(path, GalleryStore::Access::Read).searchable();
+    const std::string passedOver = path + ": passed over: ";
     for (const std::string& damage : gallery.damaged)
-        tellUser(path + ": passed over: " + damage);
+        tellUser(passedOver + damage);
     if (gallery.names.empty())
         tellUser(path + ": " + empty);
     return gallery;

@@ -71,6 +71,7 @@ private:
         if (faces.size() == 1 && !faces[0].box)
             return {found.empty() ? nullptr : found.data()};
         std::vector<Box> wanted;
+        wanted.reserve(faces.size());
         for (const ClassedFace& face : faces)
             wanted.push_back(*face.box);
         return matchFaces(found, wanted, picture, rules_.leastOverlap);

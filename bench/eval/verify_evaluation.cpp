@@ -158,7 +158,7 @@ private:
             if (!extractBare(picture, templates))
                 continue;
             extractPainted(picture, templates);
-            others_.push_back(std::move(templates));
+            others_.push_back(templates);
         }
         if (!photos.empty() && others_.empty())
             throw std::runtime_error("no face in any photo of --others");
