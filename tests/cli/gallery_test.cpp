@@ -544,8 +544,6 @@ TEST(Gallery, IsSharedByProcesses) {
     EXPECT_EQ(content(gallery).size(), 2u);
 }
 
-// Each round enrols the same photos as another person and is killed: after some acknowledged photos, or as soon as the
-// journal says that a change is on its way into the file.
 // After a power failure too: the data, and then that the journal is gone, have reached the disk.
 TEST(Gallery, ReachesTheDiskBeforeAnybodyIsAcknowledged) {
 #if defined(__SANITIZE_ADDRESS__)
@@ -555,8 +553,9 @@ TEST(Gallery, ReachesTheDiskBeforeAnybodyIsAcknowledged) {
     const fs::path log = folder / "log";
     ASSERT_EQ(enroll(folder / "gallery.db", {"Second", bundled("second-bare.webp")}).exitCode, 0);
     const CommandResult result =
-        runProgram("/usr/bin/env", {"LD_PRELOAD=" VELDAN_LOG_SYNCS, "VELDAN_SYNC_LOG=" + log.string(), VELDAN_COMMAND,
-                                    "enroll", "--gallery", folder / "gallery.db", "First", bundled("first-bare.webp")});
+        runProgram("/usr/bin/env",
+                   {std::string("LD_PRELOAD=") + VELDAN_LOG_SYNCS, "VELDAN_SYNC_LOG=" + log.string(), VELDAN_COMMAND,
+                    "enroll", "--gallery", folder / "gallery.db", "First", bundled("first-bare.webp")});
     ASSERT_EQ(result.exitCode, 0) << result.errors;
     const std::vector<unsigned char> bytes = readBytes(log);
     const std::string events(bytes.begin(), bytes.end());
@@ -567,6 +566,8 @@ TEST(Gallery, ReachesTheDiskBeforeAnybodyIsAcknowledged) {
     EXPECT_THAT(events.substr(events.rfind(removed)), HasSubstr("sync " + place + "\n"));
 }
 
+// Each round enrols the same photos as another person and is killed: after some acknowledged photos, or as soon as the
+// journal says that a change is on its way into the file.
 TEST(Gallery, KeepsEverybodyAcknowledgedWhenKilled) {
     const ScratchFolder folder;
     const fs::path gallery = folder / "gallery.db";
