@@ -1,7 +1,8 @@
 #!/bin/bash
 # usage: ./test.sh [--all]
-# Installs what is missing, builds the library, the command and the tests, and runs the tests. --all adds what takes
-# longer: the measuring programs, the Python package, the trainer, format, flake8, clang-tidy and the sanitizers.
+# Installs what is missing, builds the library, the command, the Python package and the tests, and runs the tests. --all
+# adds what takes longer: the measuring programs, Python's long tests, the trainer, format, flake8, clang-tidy and the
+# sanitizers.
 set -uo pipefail
 cd "$(dirname "$0")" || exit
 
@@ -75,7 +76,7 @@ build() {
 
 if ! $all; then
     step "packages" scripts/install_packages.sh test || finish
-    step "build" build release -DVELDAN_BENCH=OFF -DVELDAN_PYTHON=OFF || finish
+    step "build" build release -DVELDAN_BENCH=OFF -DVELDAN_PYTHON=ON || finish
     step "tests" ctest --preset release --parallel "$jobs"
     finish
 fi

@@ -1,12 +1,13 @@
 #!/bin/sh
 # usage: install_packages.sh build|python|test|all
-# Installs the Debian packages that are not there yet: to build; to build and use the Python package; to build and run ./test.sh; to run ./test.sh --all.
+# Installs the Debian packages that are not there yet: to build; to build and use the Python package; to run ./test.sh; to
+# run ./test.sh --all.
 set -eu
 
 build="cmake ninja-build g++ pkg-config libopencv-dev libcli11-dev nlohmann-json3-dev libssl-dev libexif-dev libheif-dev libsqlite3-dev libsqlitecpp-dev libfmt-dev"
-test="$build binutils git imagemagick libgmock-dev libgtest-dev python3-pil xauth xvfb"
 python="$build pybind11-dev python3-dev python3-distributed python3-numpy python3-opencv python3-pip python3-setuptools python3-venv python3-wheel"
-all="$test $python ccache clang-format clang-tidy flake8 libbenchmark-dev libfaiss-dev libzip-dev python3-protobuf python3-pytest python3-torch"
+test="$python binutils git imagemagick libgmock-dev libgtest-dev python3-pil python3-pytest xauth xvfb"
+all="$test ccache clang-format clang-tidy flake8 libbenchmark-dev libfaiss-dev libzip-dev python3-protobuf python3-torch"
 case ${1:-} in
     build) wanted=$build ;;
     python) wanted=$python ;;
