@@ -18,7 +18,7 @@ namespace py = pybind11;
 namespace {
 
 // An array that keeps the photo whose pixels it shows.
-Array arrayOf(kit::Photo photo) {
+Array pixelsOf(kit::Photo photo) {
     auto* const pixels = new std::vector<unsigned char>(std::move(photo.pixels));
     const py::capsule owner(pixels, [](void* kept) { delete static_cast<std::vector<unsigned char>*>(kept); });
     return py::array_t<unsigned char>({photo.height, photo.width, 3}, pixels->data(), owner);
@@ -45,7 +45,7 @@ std::pair<Array, std::string> decode(const py::bytes& bytes) {
         photo = kit::decodePhoto({text.begin(), text.end()});
     }
     const char* const flaw = nameOf(photo.flaw);
-    return {arrayOf(std::move(photo)), flaw};
+    return {pixelsOf(std::move(photo)), flaw};
 }
 
 kit::Photo copyOf(const Array& frame) {
@@ -75,7 +75,7 @@ Array draw(const Array& frame, const std::vector<Array>& records, const std::vec
         else
             kit::annotate(photo, marks);
     }
-    return arrayOf(std::move(photo));
+    return pixelsOf(std::move(photo));
 }
 
 void save(const Array& frame, const std::string& path) {
