@@ -34,9 +34,12 @@ std::string flawText(const char* which, const Template& one, Kind kind) {
 
 } // namespace
 
-Recognizers Recognizers::embedded() {
-    return {digestOf(length_VELDAN_V5_0_0_FaceRecog_Model(), data_VELDAN_V5_0_0_FaceRecog_Model),
-            digestOf(length_VELDAN_V5_2_0_FaceMaskRecog_Model(), data_VELDAN_V5_2_0_FaceMaskRecog_Model)};
+const Recognizers& Recognizers::embedded() {
+    // Decoding and digesting two networks takes longer than opening a gallery: once in a process is enough.
+    static const Recognizers own{
+        digestOf(length_VELDAN_V5_0_0_FaceRecog_Model(), data_VELDAN_V5_0_0_FaceRecog_Model),
+        digestOf(length_VELDAN_V5_2_0_FaceMaskRecog_Model(), data_VELDAN_V5_2_0_FaceMaskRecog_Model)};
+    return own;
 }
 
 std::string refusalOfName(const std::string& name) {

@@ -13,8 +13,8 @@ struct Recognizers {
     std::string bare;
     std::string masked;
 
-    /** Those that the library embeds. */
-    static Recognizers embedded();
+    /** Those that the library embeds. Throws CommandError (Library) when one is damaged. Safe in threads. */
+    static const Recognizers& embedded();
 
     bool operator==(const Recognizers& other) const { return bare == other.bare && masked == other.masked; }
     bool operator!=(const Recognizers& other) const { return !(*this == other); }

@@ -202,7 +202,7 @@ void SqliteHome::createSchema() {
     if (database_->execAndGet("PRAGMA application_id").getInt64() == applicationId)
         return;
     database_->exec(schema);
-    const Recognizers own = Recognizers::embedded();
+    const Recognizers& own = Recognizers::embedded();
     const std::pair<const char*, std::string> rows[] = {{"bare", own.bare}, {"masked", own.masked}};
     for (const auto& [kind, digest] : rows) {
         SQLite::Statement insert(*database_, "INSERT INTO recognizer VALUES (?, ?)");
