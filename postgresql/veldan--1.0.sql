@@ -1,0 +1,66 @@
+\echo Use "CREATE EXTENSION veldan" to load this file. \quit
+
+-- A template: 520 bytes, checked when they come in. As text \x and hexadecimal digits; base64 is read as well.
+CREATE TYPE face_template;
+CREATE FUNCTION face_template_in(cstring) RETURNS face_template
+    AS 'MODULE_PATHNAME', 'veldan_face_template_in' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+CREATE FUNCTION face_template_out(face_template) RETURNS cstring
+    AS 'MODULE_PATHNAME', 'veldan_face_template_out' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+CREATE FUNCTION face_template_recv(internal) RETURNS face_template
+    AS 'MODULE_PATHNAME', 'veldan_face_template_recv' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+CREATE FUNCTION face_template_send(face_template) RETURNS bytea
+    AS 'MODULE_PATHNAME', 'veldan_face_template_send' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+CREATE TYPE face_template (
+    INPUT = face_template_in,
+    OUTPUT = face_template_out,
+    RECEIVE = face_template_recv,
+    SEND = face_template_send,
+    INTERNALLENGTH = 520,
+    ALIGNMENT = double,
+    STORAGE = plain
+);
+COMMENT ON TYPE face_template IS 'what a face recognizer of Veldan says of a face; 520 bytes';
+
+CREATE FUNCTION face_template(bytea) RETURNS face_template
+    AS 'MODULE_PATHNAME', 'veldan_face_template_from_bytea' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+CREATE FUNCTION bytea(face_template) RETURNS bytea
+    AS 'MODULE_PATHNAME', 'veldan_face_template_to_bytea' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+CREATE CAST (bytea AS face_template) WITH FUNCTION face_template(bytea) AS ASSIGNMENT;
+CREATE CAST (face_template AS bytea) WITH FUNCTION bytea(face_template) AS ASSIGNMENT;
+
+CREATE FUNCTION veldan_base64(face_template) RETURNS text
+    AS 'MODULE_PATHNAME', 'veldan_face_template_base64' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION veldan_base64(face_template) IS 'the template in base64';
+CREATE FUNCTION veldan_kind(face_template) RETURNS text
+    AS 'MODULE_PATHNAME', 'veldan_face_template_kind' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION veldan_kind(face_template) IS 'bare or masked: which recognizer made the template';
+
+-- The same bytes.
+CREATE FUNCTION face_template_eq(face_template, face_template) RETURNS boolean
+    AS 'MODULE_PATHNAME', 'veldan_face_template_eq' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE LEAKPROOF;
+CREATE FUNCTION face_template_ne(face_template, face_template) RETURNS boolean
+    AS 'MODULE_PATHNAME', 'veldan_face_template_ne' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE LEAKPROOF;
+CREATE FUNCTION face_template_hash(face_template) RETURNS integer
+    AS 'MODULE_PATHNAME', 'veldan_face_template_hash' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+CREATE OPERATOR = (
+    LEFTARG = face_template, RIGHTARG = face_template, FUNCTION = face_template_eq,
+    COMMUTATOR = =, NEGATOR = <>, RESTRICT = eqsel, JOIN = eqjoinsel, HASHES
+);
+CREATE OPERATOR <> (
+    LEFTARG = face_template, RIGHTARG = face_template, FUNCTION = face_template_ne,
+    COMMUTATOR = <>, NEGATOR = =, RESTRICT = neqsel, JOIN = neqjoinsel
+);
+CREATE OPERATOR CLASS face_template_hash_ops DEFAULT FOR TYPE face_template USING hash AS
+    OPERATOR 1 =,
+    FUNCTION 1 face_template_hash(face_template);
+
+CREATE FUNCTION similarity(enrolled face_template, probe face_template) RETURNS real
+    AS 'MODULE_PATHNAME', 'veldan_face_template_similarity' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE COST 10;
+COMMENT ON FUNCTION similarity(face_template, face_template)
+    IS 'similarity of two templates, 0 to 1; 0 when they are of different kinds';
+
+-- No commutator: the order of the two may show in the last bit.
+CREATE FUNCTION face_template_distance(enrolled face_template, probe face_template) RETURNS double precision
+    AS 'MODULE_PATHNAME', 'veldan_face_template_distance' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE COST 10;
+CREATE OPERATOR <~> (LEFTARG = face_template, RIGHTARG = face_template, FUNCTION = face_template_distance);
+COMMENT ON OPERATOR <~> (face_template, face_template) IS 'distance of a template from a probe: 1 - similarity';
