@@ -69,7 +69,7 @@ extern "C" const char* veldan_template_flaw(const unsigned char* bytes, size_t s
         }
     if (std::memcmp(bytes, family, sizeof family) == 0)
         return "is of another network and cannot be compared with templates of this version";
-    return "is none: the first bytes name no kind";
+    return "begins as no template does";
 }
 
 extern "C" int veldan_template_kind(const unsigned char* bytes) {

@@ -45,6 +45,7 @@ own src src
 own kit kit
 own cli cli kit
 own python/src python/src kit
+own postgresql postgresql src
 own include/veldan include/veldan
 refuse "public headers know none of ours but each other" '"' include/veldan
 refuse "the library and the kit do not know the command's options" 'CLI/' include src kit
@@ -56,6 +57,7 @@ refuse "engines know each other only where a face is aligned" '(api|attr|detect|
 refuse "the detector knows no other engine" '(api|align|attr|models|recog)/' src/detect
 refuse "only a gallery knows how it is kept" 'sqlite3|SQLiteCpp' \
     include src cli kit/report kit/system kit/photo kit/video
+refuse "the server loads the extension, and not OpenCV with it" '(api|align|attr|detect)/|opencv2/' postgresql
 refuse "reports know no other room" '(system|photo|gallery|video)/' kit/report
 refuse "files and threads know reports only" '(photo|gallery|video)/' kit/system
 refuse "photos know neither galleries nor videos" '(gallery|video)/' kit/photo
