@@ -1,5 +1,4 @@
-// The type face_template and what can be done with one or two of its values. Errors of the server leave a function by a
-// long jump; so all C++ stays behind functions that know nothing of the server and have returned before one is raised.
+// The type face_template and what can be done with one or two of its values.
 
 #include "comparison.h"
 #include "server.h"
@@ -11,8 +10,6 @@
 #include <utils/builtins.h>
 
 PG_MODULE_MAGIC;
-
-#define TEMPLATE_ARGUMENT(n) ((const unsigned char*)PG_GETARG_POINTER(n))
 
 PG_FUNCTION_INFO_V1(veldan_face_template_in);
 PG_FUNCTION_INFO_V1(veldan_face_template_out);
@@ -101,11 +98,31 @@ Datum veldan_face_template_hash(PG_FUNCTION_ARGS) {
     return hash_any(TEMPLATE_ARGUMENT(0), VELDAN_TEMPLATE_SIZE);
 }
 
+// What calls of a function for one row after the other have in common.
+typedef struct Comparison {
+    veldan_probe probe;
+    const unsigned char* last;
+} Comparison;
+
+// Searches compare one probe with many templates; it is prepared once for all of them. Whether it is still the same is
+// looked at each time: what calls a function may live longer than a statement.
+static float similarityOf(FunctionCallInfo fcinfo) {
+    const unsigned char* enrolled = TEMPLATE_ARGUMENT(0);
+    const unsigned char* probe = TEMPLATE_ARGUMENT(1);
+    Comparison* comparison = fcinfo->flinfo->fn_extra;
+    if (comparison == NULL)
+        comparison = fcinfo->flinfo->fn_extra = MemoryContextAllocZero(fcinfo->flinfo->fn_mcxt, sizeof(Comparison));
+    prefetchAfter(&comparison->last, enrolled);
+    if (memcmp(comparison->probe.bytes, probe, VELDAN_TEMPLATE_SIZE) != 0)
+        veldan_prepare_probe(&comparison->probe, probe);
+    return veldan_similarity(enrolled, &comparison->probe);
+}
+
 Datum veldan_face_template_similarity(PG_FUNCTION_ARGS) {
-    PG_RETURN_FLOAT4(veldan_similarity(TEMPLATE_ARGUMENT(0), TEMPLATE_ARGUMENT(1)));
+    PG_RETURN_FLOAT4(similarityOf(fcinfo));
 }
 
 // In double precision the distances of different similarities stay different ones.
 Datum veldan_face_template_distance(PG_FUNCTION_ARGS) {
-    PG_RETURN_FLOAT8(1.0 - (double)veldan_similarity(TEMPLATE_ARGUMENT(0), TEMPLATE_ARGUMENT(1)));
+    PG_RETURN_FLOAT8(1.0 - (double)similarityOf(fcinfo));
 }

@@ -64,3 +64,33 @@ CREATE FUNCTION face_template_distance(enrolled face_template, probe face_templa
     AS 'MODULE_PATHNAME', 'veldan_face_template_distance' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE COST 10;
 CREATE OPERATOR <~> (LEFTARG = face_template, RIGHTARG = face_template, FUNCTION = face_template_distance);
 COMMENT ON OPERATOR <~> (face_template, face_template) IS 'distance of a template from a probe: 1 - similarity';
+
+-- A person of a search, with the photo that speaks most for it.
+CREATE TYPE veldan_match AS (person bigint, photo bigint, similarity real);
+
+CREATE FUNCTION veldan_nearest_transition(internal, bigint, bigint, face_template, face_template, integer, real)
+    RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE COST 6;
+CREATE FUNCTION veldan_nearest_combine(internal, internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+CREATE FUNCTION veldan_nearest_serial(internal) RETURNS bytea
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+CREATE FUNCTION veldan_nearest_deserial(bytea, internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+CREATE FUNCTION veldan_nearest_final(internal) RETURNS veldan_match[]
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+CREATE AGGREGATE veldan_nearest(
+    person bigint, photo bigint, template face_template, probe face_template, "limit" integer, threshold real
+) (
+    SFUNC = veldan_nearest_transition,
+    STYPE = internal,
+    SSPACE = 40000,
+    FINALFUNC = veldan_nearest_final,
+    FINALFUNC_MODIFY = READ_WRITE,
+    COMBINEFUNC = veldan_nearest_combine,
+    SERIALFUNC = veldan_nearest_serial,
+    DESERIALFUNC = veldan_nearest_deserial,
+    PARALLEL = SAFE
+);
+COMMENT ON AGGREGATE veldan_nearest(bigint, bigint, face_template, face_template, integer, real)
+    IS 'the persons most similar to a probe, each with its best photo, the most similar one first';
