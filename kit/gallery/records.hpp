@@ -43,6 +43,25 @@ struct PersonSummary {
     std::string lastDate;
 };
 
+/** How many a gallery holds. */
+struct GallerySize {
+    std::size_t persons = 0;
+    std::size_t photos = 0;
+};
+
+/** Where a template comes from. */
+struct PhotoOrigin {
+    std::string source;
+    std::string digest;
+};
+
+/** A person whom a search has found, with the photo that speaks most for it. */
+struct NearestPerson {
+    std::string name;
+    PhotoOrigin photo;
+    float similarity = 0;
+};
+
 /** What a gallery is opened for. */
 enum class GalleryAccess {
     Read,   ///< an existing one, which is not changed

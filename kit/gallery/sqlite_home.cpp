@@ -187,6 +187,7 @@ void SqliteHome::open() {
     if (access_ == GalleryAccess::Change)
         allowChanges();
     recognizers_ = {recognizerOf("bare"), recognizerOf("masked")};
+    dataVersion_ = dataVersion();
 }
 
 void SqliteHome::allowChanges() {
@@ -274,6 +275,26 @@ std::vector<std::string> SqliteHome::othersWith(const std::string& person, const
     });
 }
 
+GallerySize SqliteHome::size() {
+    return told([&] {
+        const auto count = [&](const char* statement) {
+            return static_cast<std::size_t>(database_->execAndGet(statement).getInt64());
+        };
+        return GallerySize{count("SELECT count(*) FROM person"), count("SELECT count(*) FROM photo")};
+    });
+}
+
+std::int64_t SqliteHome::dataVersion() {
+    return database_->execAndGet("PRAGMA data_version").getInt64();
+}
+
+bool SqliteHome::changed() {
+    return told([&] {
+        const std::int64_t before = std::exchange(dataVersion_, dataVersion());
+        return std::exchange(changedHere_, false) || dataVersion_ != before;
+    });
+}
+
 bool SqliteHome::change(const std::function<void()>& steps) {
     return told([&] {
         // At once, so that two processes wait for each other here rather than in the middle.
@@ -282,6 +303,7 @@ bool SqliteHome::change(const std::function<void()>& steps) {
             steps();
             transaction.commit();
         }
+        changedHere_ = true;
         return newFile_ == nullptr || publish();
     });
 }
@@ -294,25 +316,33 @@ bool SqliteHome::publish() {
     if (moved) {
         database_.emplace(connected(path_)); // which knows its journal by that name
         allowChanges();
+        dataVersion_ = dataVersion();
     } else {
         open();
     }
     return moved;
 }
 
-bool SqliteHome::insert(const std::string& person, const EnrolledPhoto& photo) {
+std::vector<bool> SqliteHome::insert(const std::vector<PersonPhoto>& photos) {
     return told([&] {
         SQLite::Statement named(*database_, "INSERT INTO person (name) VALUES (?) ON CONFLICT DO NOTHING");
-        SQLite::bind(named, person);
-        named.exec();
         SQLite::Statement row(*database_, "INSERT INTO photo (person, source, digest, date, quality, bare, masked) "
                                           "SELECT id, ?, ?, ?, ?, ?, ? FROM person WHERE name = ? "
                                           "ON CONFLICT DO NOTHING");
-        SQLite::bind(row, photo.source, photo.digest, photo.date, photo.quality);
-        bindTemplate(row, 5, photo.bare);
-        bindTemplate(row, 6, photo.masked);
-        row.bind(7, person);
-        return row.exec() > 0;
+        std::vector<bool> added;
+        added.reserve(photos.size());
+        for (const auto& [person, photo] : photos) {
+            named.reset();
+            SQLite::bind(named, person);
+            named.exec();
+            row.reset();
+            SQLite::bind(row, photo.source, photo.digest, photo.date, photo.quality);
+            bindTemplate(row, 5, photo.bare);
+            bindTemplate(row, 6, photo.masked);
+            row.bind(7, person);
+            added.push_back(row.exec() > 0);
+        }
+        return added;
     });
 }
 

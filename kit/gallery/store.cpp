@@ -1,6 +1,6 @@
 #include "gallery/store.hpp"
 
-#include "gallery/sqlite_home.hpp"
+#include "gallery/home.hpp"
 #include "report/exit_codes.hpp"
 
 #include <optional>
@@ -16,14 +16,17 @@ CommandError nobody(const std::string& path, const std::string& person) {
 
 } // namespace
 
-GalleryStore::GalleryStore(const std::string& path, Access access)
-    : home_(std::make_unique<SqliteHome>(path, access)) {}
+GalleryStore::GalleryStore(const std::string& location, Access access) : home_(openHome(location, access)) {}
 
 GalleryStore::GalleryStore(GalleryStore&& other) noexcept = default;
 
 GalleryStore& GalleryStore::operator=(GalleryStore&& other) noexcept = default;
 
 GalleryStore::~GalleryStore() = default;
+
+const std::string& GalleryStore::name() const {
+    return home_->name();
+}
 
 const Recognizers& GalleryStore::recognizers() const {
     return home_->recognizers();
@@ -33,11 +36,11 @@ void GalleryStore::requireOwnNetworks() const {
     if (recognizers() == Recognizers::embedded())
         return;
     throw CommandError(ExitCode::Gallery,
-                       home_->path() +
+                       home_->name() +
                            ": made with other networks, whose templates cannot be compared with those of this version. "
                            "Enrol again from the photos, into a new gallery: veldan enroll --gallery NEW.db NAME "
                            "PHOTO... (\"veldan gallery show --gallery " +
-                           home_->path() + "\" names persons and photos)");
+                           home_->name() + "\" names persons and photos)");
 }
 
 SearchableGallery GalleryStore::searchable() {
@@ -72,6 +75,22 @@ SearchableGallery GalleryStore::searchable() {
     return gallery;
 }
 
+bool GalleryStore::changed() {
+    return home_->changed();
+}
+
+bool GalleryStore::searches() const {
+    return home_->searches();
+}
+
+std::vector<NearestPerson> GalleryStore::nearest(const Template& probe, Kind kind, std::size_t count) {
+    return home_->nearest(probe, kind, count);
+}
+
+GallerySize GalleryStore::size() {
+    return home_->size();
+}
+
 void GalleryStore::forEach(const std::function<void(const PersonPhoto& photo)>& visit) {
     home_->forEach(visit);
 }
@@ -98,24 +117,26 @@ void GalleryStore::change(const std::function<void()>& steps) {
         requireOwnNetworks(); // of the gallery that another process has made meanwhile
 }
 
-GalleryStore::Added GalleryStore::addOne(const PersonPhoto& added) {
-    if (home_->insert(added.person, added.photo))
-        return Added::New;
-    if (holds(added.person, added.photo.digest) || !damageOf(added.photo).empty())
-        return Added::Unchanged;
-    home_->replaceTemplates(added.person, added.photo);
-    return Added::Repaired;
+std::vector<GalleryStore::Added> GalleryStore::addAll(const std::vector<PersonPhoto>& photos) {
+    const std::vector<bool> fresh = home_->insert(photos);
+    std::vector<Added> added(photos.size(), Added::New);
+    for (std::size_t i = 0; i < photos.size(); ++i) {
+        if (fresh[i])
+            continue;
+        const auto& [person, photo] = photos[i];
+        added[i] = Added::Unchanged;
+        if (holds(person, photo.digest) || !damageOf(photo).empty())
+            continue;
+        home_->replaceTemplates(person, photo);
+        added[i] = Added::Repaired;
+    }
+    return added;
 }
 
 std::vector<GalleryStore::Added> GalleryStore::add(const std::vector<PersonPhoto>& photos) {
     std::vector<Added> added;
-    if (photos.empty())
-        return added;
-    change([&] {
-        added.clear();
-        for (const PersonPhoto& photo : photos)
-            added.push_back(addOne(photo));
-    });
+    if (!photos.empty())
+        change([&] { added = addAll(photos); });
     return added;
 }
 
@@ -124,9 +145,9 @@ void GalleryStore::renamePerson(const std::string& person, const std::string& na
         throw CommandError(ExitCode::Usage, "\"" + name + "\": " + refusal);
     change([&] {
         if (photosOf(person).empty())
-            throw nobody(home_->path(), person);
+            throw nobody(home_->name(), person);
         if (person != name && !photosOf(name).empty())
-            throw CommandError(ExitCode::Usage, home_->path() + ": there is a \"" + name +
+            throw CommandError(ExitCode::Usage, home_->name() + ": there is a \"" + name +
                                                     "\" already; \"veldan gallery merge\" makes one person of both");
         home_->rename(person, name);
     });
@@ -139,11 +160,14 @@ std::size_t GalleryStore::mergePerson(const std::string& person, const std::stri
     change([&] {
         const std::vector<EnrolledPhoto> photos = photosOf(person);
         if (photos.empty())
-            throw nobody(home_->path(), person);
+            throw nobody(home_->name(), person);
         if (photosOf(into).empty())
-            throw nobody(home_->path(), into);
+            throw nobody(home_->name(), into);
+        std::vector<PersonPhoto> moved;
+        moved.reserve(photos.size());
         for (const EnrolledPhoto& photo : photos)
-            addOne({into, photo});
+            moved.push_back({into, photo});
+        addAll(moved);
         home_->removePerson(person);
         count = photosOf(into).size();
     });

@@ -13,13 +13,7 @@
 
 namespace veldan::kit {
 
-class SqliteHome;
-
-/** Where a template comes from. */
-struct PhotoOrigin {
-    std::string source;
-    std::string digest;
-};
+class GalleryHome;
 
 /** A gallery as searches take it: both galleries hold the persons of names, with the same number of templates each. */
 struct SearchableGallery {
@@ -32,27 +26,32 @@ struct SearchableGallery {
 };
 
 /**
- * A gallery file: persons, and of each photo a template of either kind. A new one gets its name with its first photo:
- * whoever enrols nobody leaves no file behind.
+ * A gallery: persons, and of each photo a template of either kind. It is in a file, or in a database of a PostgreSQL
+ * server, see isServer(). A new file gets its name with its first photo: whoever enrols nobody leaves no file behind. A
+ * database is made a gallery by initDatabase().
  *
  * Every change is one transaction that is on the disk when the call returns, so that a process killed at any moment
- * leaves all earlier changes and no half of the current one. Several processes may use a file at once; each waits a few
- * seconds for the others.
+ * leaves all earlier changes and no half of the current one. Several processes may use a gallery at once; each waits a
+ * few seconds for the others. A connection that is lost is made anew and the work repeated where nothing of it was
+ * done, with words on standard error; when that is in vain for half a minute, it fails.
  *
- * All functions throw CommandError, with the file's name in the message: Missing (no such file or person), Gallery (not
- * a gallery, a newer or damaged one, other networks, in use), NotWritten (a read-only file, a full disk), Unreadable.
- * A file that is not a gallery is never changed. One thread at a time.
+ * All functions throw CommandError, with the location in the message: Missing (no such gallery or person), Gallery (not
+ * a gallery, a newer or damaged one, other networks, in use, out of reach), NotWritten (a read-only file, a full disk),
+ * Unreadable. A file that is not a gallery is never changed. One thread at a time.
  */
 class GalleryStore {
 public:
     using Access = GalleryAccess;
 
-    GalleryStore(const std::string& path, Access access);
+    GalleryStore(const std::string& location, Access access);
     GalleryStore(GalleryStore&& other) noexcept;
     GalleryStore& operator=(GalleryStore&& other) noexcept;
     GalleryStore(const GalleryStore&) = delete;
     GalleryStore& operator=(const GalleryStore&) = delete;
     ~GalleryStore();
+
+    /** The location as messages show it: without a password. */
+    const std::string& name() const;
 
     /** The networks that made the templates. */
     const Recognizers& recognizers() const;
@@ -62,6 +61,24 @@ public:
 
     /** All persons, as enrolled, with what searches need. Throws when other networks made the templates. */
     SearchableGallery searchable();
+
+    /**
+     * Whether the gallery may have changed since this was last asked, or since it was opened: by this object, another
+     * one or another process. Takes microseconds, as it is meant for every frame of a video and every request.
+     */
+    bool changed();
+
+    /** Whether nearest() is there: whether the gallery's home searches it, so that nobody needs it in memory. */
+    bool searches() const;
+
+    /**
+     * The persons most similar to a template, the most similar one first, those of one similarity in the gallery's
+     * order: what nearestCandidates() finds in searchable(). Only where searches().
+     */
+    std::vector<NearestPerson> nearest(const Template& probe, Kind kind, std::size_t count);
+
+    /** How many persons and photos there are. */
+    GallerySize size();
 
     /** Goes through all photos as enrolled, a person's after each other. */
     void forEach(const std::function<void(const PersonPhoto& photo)>& visit);
@@ -105,10 +122,10 @@ public:
     bool removePhoto(const std::string& person, const std::string& digest);
 
 private:
-    Added addOne(const PersonPhoto& added);
+    std::vector<Added> addAll(const std::vector<PersonPhoto>& photos);
     void change(const std::function<void()>& steps);
 
-    std::unique_ptr<SqliteHome> home_;
+    std::unique_ptr<GalleryHome> home_;
 };
 
 } // namespace veldan::kit
