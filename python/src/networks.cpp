@@ -1,17 +1,15 @@
 #include "networks.hpp"
 
-#include "errors.hpp"
+#include "gallery/records.hpp"
 #include "templates.hpp"
 
 #include <veldan/face_api.h>
-#include <veldan/model_store.hpp>
 #include <veldan/thresholds.h>
 
 #include <opencv2/core.hpp>
 
 #include <array>
 #include <string>
-#include <vector>
 
 namespace veldan::python {
 
@@ -25,16 +23,10 @@ std::string algorithms() {
     return text.data();
 }
 
-// The weights that templates of a kind come from.
-py::bytes recognizer(int kind) {
-    const bool bare = kindOf(kind) == Kind::Bare;
-    std::vector<unsigned char> bytes(static_cast<std::size_t>(bare ? length_VELDAN_V5_0_0_FaceRecog_Model()
-                                                                   : length_VELDAN_V5_2_0_FaceMaskRecog_Model()));
-    const int code =
-        bare ? data_VELDAN_V5_0_0_FaceRecog_Model(bytes.data()) : data_VELDAN_V5_2_0_FaceMaskRecog_Model(bytes.data());
-    if (code != 0)
-        throw Error("recognizer", VD_ERR_NETWORK);
-    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+// Of the weights that templates of a kind come from.
+const std::string& recognizerDigest(int kind) {
+    const kit::Recognizers& own = kit::Recognizers::embedded();
+    return kindOf(kind) == Kind::Bare ? own.bare : own.masked;
 }
 
 } // namespace
@@ -42,7 +34,7 @@ py::bytes recognizer(int kind) {
 void bindNetworks(py::module_& module) {
     module.attr("VERSION") = VELDAN_VERSION;
     module.def("algorithms", algorithms);
-    module.def("recognizer", recognizer, py::arg("kind"));
+    module.def("recognizer_digest", recognizerDigest, py::arg("kind"));
     module.def(
         "set_opencv_threads", [](int threads) { cv::setNumThreads(threads); }, py::arg("threads"));
     module.attr("SAME_PERSON") = VELDAN_SAME_PERSON;

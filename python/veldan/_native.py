@@ -1,7 +1,4 @@
-"""The extension module, which is loaded here alone, and what is computed from it once."""
-
-import functools
-import hashlib
+"""The extension module, which is loaded here alone, and the names of its constants."""
 
 from . import _veldan
 
@@ -11,10 +8,9 @@ KINDS = {"bare": BARE, "masked": MASKED}
 NAMES = {BARE: "bare", MASKED: "masked"}
 
 
-@functools.lru_cache(maxsize=None)
 def network_digest(kind: str) -> str:
     """SHA-256 of the weights behind the templates of a kind, as ``veldan networks`` prints it."""
-    return hashlib.sha256(_veldan.recognizer(KINDS[kind])).hexdigest()
+    return _veldan.recognizer_digest(KINDS[kind])
 
 
 __all__ = ["BARE", "KINDS", "MASKED", "NAMES", "_veldan", "network_digest"]
