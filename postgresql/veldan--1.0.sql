@@ -65,8 +65,8 @@ CREATE FUNCTION face_template_distance(enrolled face_template, probe face_templa
 CREATE OPERATOR <~> (LEFTARG = face_template, RIGHTARG = face_template, FUNCTION = face_template_distance);
 COMMENT ON OPERATOR <~> (face_template, face_template) IS 'distance of a template from a probe: 1 - similarity';
 
--- A person of a search, with the photo that speaks most for it.
-CREATE TYPE veldan_match AS (person bigint, photo bigint, similarity real);
+-- What a search has found: persons, the photo that speaks most for each, its similarity; the most similar one first.
+CREATE TYPE veldan_matches AS (persons bigint[], photos bigint[], similarities real[]);
 
 CREATE FUNCTION veldan_nearest_transition(internal, bigint, bigint, face_template, face_template, integer, real)
     RETURNS internal
@@ -77,7 +77,7 @@ CREATE FUNCTION veldan_nearest_serial(internal) RETURNS bytea
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
 CREATE FUNCTION veldan_nearest_deserial(bytea, internal) RETURNS internal
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
-CREATE FUNCTION veldan_nearest_final(internal) RETURNS veldan_match[]
+CREATE FUNCTION veldan_nearest_final(internal) RETURNS veldan_matches
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
 CREATE AGGREGATE veldan_nearest(
     person bigint, photo bigint, template face_template, probe face_template, "limit" integer, threshold real
@@ -94,3 +94,46 @@ CREATE AGGREGATE veldan_nearest(
 );
 COMMENT ON AGGREGATE veldan_nearest(bigint, bigint, face_template, face_template, integer, real)
     IS 'the persons most similar to a probe, each with its best photo, the most similar one first';
+
+CREATE FUNCTION unnest(matches veldan_matches)
+    RETURNS TABLE (person bigint, photo bigint, similarity real)
+    LANGUAGE sql IMMUTABLE PARALLEL SAFE ROWS 10
+    AS 'SELECT * FROM ROWS FROM (pg_catalog.unnest((matches).persons), pg_catalog.unnest((matches).photos),
+        pg_catalog.unnest((matches).similarities))';
+COMMENT ON FUNCTION unnest(veldan_matches) IS 'what a search has found, as rows';
+
+-- Of a table with person, photo and template. Where it is partitioned over servers, each of them is asked for its best
+-- at the same time; grouping by the key lets the planner send the whole search, which takes no LIMIT there otherwise.
+CREATE FUNCTION veldan_identify(
+    probe face_template, most integer, threshold real,
+    gallery regclass DEFAULT NULL
+)
+    RETURNS TABLE (person bigint, photo bigint, similarity real)
+    LANGUAGE plpgsql STABLE PARALLEL SAFE COST 100000 ROWS 10
+    SET enable_partitionwise_aggregate = on
+AS $$
+DECLARE
+    searched regclass := coalesce(gallery, ('veldan_gallery.' || @extschema@.veldan_kind(probe))::regclass);
+    grouping text;
+BEGIN
+    IF probe IS NULL OR most IS NULL OR threshold IS NULL THEN
+        RETURN;
+    END IF;
+    IF most < 1 THEN
+        RAISE invalid_parameter_value USING MESSAGE = 'the number of persons must be at least 1';
+    END IF;
+    SELECT 'GROUP BY ' || quote_ident(attname) INTO grouping
+        FROM pg_catalog.pg_partitioned_table JOIN pg_catalog.pg_attribute ON attrelid = partrelid AND attnum = partattrs[0]
+        WHERE partrelid = searched;
+    RETURN QUERY EXECUTE format(
+        'SELECT * FROM (
+            SELECT DISTINCT ON (one.person) one.* FROM (
+                SELECT @extschema@.veldan_nearest(person, photo, template, $1, $2, $3) AS matches FROM %s %s
+            ) part, @extschema@.unnest(part.matches) one
+            ORDER BY one.person, one.similarity DESC, one.photo
+        ) best ORDER BY similarity DESC, person LIMIT $2', searched, grouping)
+        USING probe, most, threshold;
+END
+$$;
+COMMENT ON FUNCTION veldan_identify(face_template, integer, real, regclass)
+    IS 'the persons of a gallery most similar to a probe, of those that reach the threshold';
