@@ -7,7 +7,7 @@ set -eu
 build="cmake ninja-build g++ pkg-config libopencv-dev libcli11-dev nlohmann-json3-dev libssl-dev libexif-dev libheif-dev libsqlite3-dev libsqlitecpp-dev libfmt-dev"
 python="$build pybind11-dev python3-dev python3-distributed python3-numpy python3-opencv python3-pip python3-setuptools python3-venv python3-wheel"
 test="$python binutils git imagemagick libgmock-dev libgtest-dev python3-pil python3-pytest xauth xvfb"
-all="$test ccache clang-format clang-tidy flake8 libbenchmark-dev libfaiss-dev libzip-dev postgresql-15 postgresql-server-dev-15 python3-protobuf python3-torch"
+all="$test ccache chromium clang-format clang-tidy flake8 fonts-dejavu-core libbenchmark-dev libfaiss-dev libzip-dev nodejs npm postgresql-15 postgresql-server-dev-15 python3-protobuf python3-torch"
 case ${1:-} in
     build) wanted=$build ;;
     python) wanted=$python ;;
@@ -18,6 +18,8 @@ esac
 
 missing=""
 for package in $wanted; do
+    # Node.js from elsewhere brings an npm of its own, which Debian's cannot stand beside.
+    [ "$package" != npm ] || ! command -v npm >/dev/null || continue
     dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing="$missing $package"
 done
 [ -n "$missing" ] || exit 0
