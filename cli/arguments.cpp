@@ -41,7 +41,8 @@ Words optionNames(const CLI::App& command) {
 Words commandNames(const CLI::App& app) {
     Words names;
     for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
-        names.push_back(command->get_name());
+        if (!command->get_group().empty()) // those without a group are hidden
+            names.push_back(command->get_name());
     return names;
 }
 

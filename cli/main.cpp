@@ -1,5 +1,6 @@
 #include "arguments.hpp"
 #include "commands.hpp"
+#include "help_tree.hpp"
 #include "report/json.hpp"
 #include "report/messages.hpp"
 #include "system/file_bytes.hpp"
@@ -46,6 +47,14 @@ ExitCode run(const std::vector<std::string>& words) {
     veldan::cli::addTemplateCommand(app, action);
     veldan::cli::addVersionCommand(app, action);
     veldan::cli::addWatchCommand(app, action);
+    app.add_subcommand("help-tree", "Print the help of all commands as JSON, for manual pages and completions")
+        ->group("")
+        ->callback([&] {
+            action = [&app] {
+                std::cout << veldan::kit::written(veldan::cli::helpTree(app)) << '\n';
+                return ExitCode::Success;
+            };
+        });
 
     return veldan::cli::parseArguments(app, words) ? action() : ExitCode::Success;
 }

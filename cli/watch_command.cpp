@@ -237,14 +237,18 @@ void addWatchCommand(CLI::App& app, Action& action) {
     addSimilarityOption(*command, "--mask-threshold", options->maskThreshold, "The same for a face with a mask");
     command
         ->add_option("--quality", options->quality, "Quality that a face needs to be searched, half of it with a mask")
+        ->type_name("N")
         ->capture_default_str()
         ->check(CLI::Range(0, 100));
     command->add_flag("--liveness", options->liveness,
                       "Tell whether each person is live, by the median of the latest 31 frames");
     command->add_option("--grace", options->grace, "Frames for which somebody may be lost before having left")
+        ->type_name("N")
         ->capture_default_str()
         ->check(CLI::Range(0, 100000));
-    command->add_option("--frames", options->frames, "Stop after so many frames")->check(CLI::PositiveNumber);
+    command->add_option("--frames", options->frames, "Stop after so many frames")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber);
     command->footer(
         "Events, one a line: appeared, recognised, stranger, left; a summary at the end. Files are read frame by\n"
         "frame; of cameras and streams the latest frame is taken and older ones are dropped. Ctrl-C ends watching,\n"

@@ -8,6 +8,8 @@ build="cmake ninja-build g++ pkg-config libopencv-dev libcli11-dev nlohmann-json
 python="$build pybind11-dev python3-dev python3-distributed python3-numpy python3-opencv python3-pip python3-setuptools python3-venv python3-wheel"
 test="$python binutils git imagemagick libgmock-dev libgtest-dev python3-pil python3-pytest xauth xvfb"
 all="$test ccache chromium clang-format clang-tidy flake8 fonts-dejavu-core libbenchmark-dev libfaiss-dev libzip-dev nodejs npm postgresql-15 postgresql-server-dev-15 python3-protobuf python3-torch"
+# Packages, manual pages, completions.
+all="$all debootstrap fish lintian man-db mandoc zsh"
 case ${1:-} in
     build) wanted=$build ;;
     python) wanted=$python ;;
