@@ -1,8 +1,12 @@
 #include "commands.hpp"
 #include "gallery/exchange.hpp"
 #include "gallery/listing.hpp"
+#include "gallery/location.hpp"
 #include "gallery/photo_choice.hpp"
 #include "gallery/store.hpp"
+#ifdef VELDAN_WITH_POSTGRESQL
+#include "gallery/postgres_schema.hpp"
+#endif
 #include "options.hpp"
 #include "report/messages.hpp"
 #include "report/printable.hpp"
@@ -32,7 +36,8 @@ struct GalleryOptions {
     std::string photo;
     bool onePhoto = false; ///< whether --photo was given, with whatever value
     std::string person;
-    std::string other; ///< for that person
+    std::string other;    ///< for that person
+    std::string location; ///< of a gallery, as an argument
     std::string file;
     bool json = false;
 };
@@ -42,8 +47,9 @@ std::string photoCount(std::size_t count) {
 }
 
 /** The beginning of every JSON document about a gallery. */
-Json documentOf(const GalleryStore& store, const std::string& path) {
-    return {{"version", VELDAN_VERSION}, {"gallery", path}, {"recognizers", recognizersJson(store.recognizers())}};
+Json documentOf(const GalleryStore& store) {
+    return {
+        {"version", VELDAN_VERSION}, {"gallery", store.name()}, {"recognizers", recognizersJson(store.recognizers())}};
 }
 
 /** Managing a gallery needs no networks, so one of other networks is shown all the same. */
@@ -59,7 +65,7 @@ ExitCode listPersons(const GalleryOptions& options) {
     GalleryStore store(options.gallery, Access::Read);
     noteOtherNetworks(store);
     const std::vector<PersonSummary> persons = store.persons();
-    Json document = documentOf(store, options.gallery);
+    Json document = documentOf(store);
     document["persons"] = Json::array();
     std::size_t photos = 0;
     for (const PersonSummary& person : persons) {
@@ -86,12 +92,12 @@ ExitCode showPersons(const GalleryOptions& options) {
             names.push_back(person.name);
     }
     ExitCode code = ExitCode::Success;
-    Json document = documentOf(store, options.gallery);
+    Json document = documentOf(store);
     document["persons"] = Json::array();
     for (const std::string& name : names) {
         const std::vector<EnrolledPhoto> photos = store.photosOf(name);
         if (photos.empty()) {
-            tellUser(options.gallery + ": there is no \"" + name + "\"");
+            tellUser(store.name() + ": there is no \"" + name + "\"");
             code = ExitCode::Missing;
             continue;
         }
@@ -120,7 +126,7 @@ ExitCode removePhoto(const GalleryOptions& options) {
     GalleryStore store(options.gallery, Access::Change);
     const std::vector<EnrolledPhoto> photos = store.photosOf(name);
     if (photos.empty())
-        throw CommandError(ExitCode::Missing, options.gallery + ": there is no \"" + name + "\"");
+        throw CommandError(ExitCode::Missing, store.name() + ": there is no \"" + name + "\"");
     try {
         store.removePhoto(name, chosenPhoto(photos, options.photo));
     } catch (const FatalError&) {
@@ -142,7 +148,7 @@ ExitCode removePersons(const GalleryOptions& options) {
         if (const std::size_t photos = store.removePerson(name); photos > 0) {
             std::cout << printable(name) << ": removed, with " << photoCount(photos) << std::endl;
         } else {
-            tellUser(options.gallery + ": there is no \"" + name + "\"");
+            tellUser(store.name() + ": there is no \"" + name + "\"");
             code = ExitCode::Missing;
         }
     }
@@ -159,6 +165,34 @@ ExitCode mergePersons(const GalleryOptions& options) {
     const std::size_t photos = GalleryStore(options.gallery, Access::Change).mergePerson(options.person, options.other);
     std::cout << printable(options.person) << ": is part of " << printable(options.other) << " now, who has "
               << photoCount(photos) << '\n';
+    return ExitCode::Success;
+}
+
+ExitCode initGallery(const GalleryOptions& options) {
+    const std::string shown = shownLocation(options.location);
+    if (!isServer(options.location))
+        throw CommandError(ExitCode::Usage, shown +
+                                                ": not a database of a server; a file needs no preparation, \"veldan "
+                                                "enroll\" creates it");
+#ifdef VELDAN_WITH_POSTGRESQL
+    const InitialisedDatabase done = initDatabase(options.location);
+    if (options.json)
+        std::cout << written({{"version", VELDAN_VERSION},
+                              {"gallery", shown},
+                              {"schema", {{"before", done.before}, {"now", done.now}}},
+                              {"roles", {{"reader", readerRole}, {"writer", writerRole}}},
+                              {"remark", done.remark}})
+                  << '\n';
+    else
+        std::cout << printable(shown)
+                  << (done.before == 0          ? ": is a gallery now\n"
+                      : done.before == done.now ? ": is a gallery already\n"
+                                                : ": brought up to date\n");
+    if (!done.remark.empty())
+        tellUser(shown + ": " + done.remark);
+#else
+    GalleryStore(options.location, Access::Read); // says why not
+#endif
     return ExitCode::Success;
 }
 
@@ -185,7 +219,7 @@ ExitCode exportGallery(const GalleryOptions& options) {
                   << photoCount(photos) << '\n';
     }
     for (const Unusable& photo : unusable)
-        tellUser(options.gallery + ": not exported: " + photo.what + ": " + photo.reason);
+        tellUser(store.name() + ": not exported: " + photo.what + ": " + photo.reason);
     return unusable.empty() ? ExitCode::Success : ExitCode::Gallery;
 }
 
@@ -204,7 +238,7 @@ ExitCode importGallery(const GalleryOptions& options) {
                            options.file +
                                ": exported with other networks, whose templates cannot be compared with "
                                "those of this version. Enrol again from the photos: veldan enroll --gallery " +
-                               options.gallery + " NAME PHOTO...");
+                               shownLocation(options.gallery) + " NAME PHOTO...");
     GalleryStore store(options.gallery, Access::Create);
     store.requireOwnNetworks();
     const std::vector<GalleryStore::Added> added = store.add(exported.photos);
@@ -247,6 +281,13 @@ void addGalleryCommand(CLI::App& app, Action& action) {
         subcommand->callback([options, &action, run] { action = [options, run] { return run(*options); }; });
         return subcommand;
     };
+    CLI::App* init = command->add_subcommand("init", "Make a database of a PostgreSQL server a gallery");
+    init->add_option("LOCATION", options->location, "postgresql://HOST/DATABASE or service=NAME")
+        ->required()
+        ->type_name("");
+    addJsonFlag(*init, options->json);
+    init->callback([options, &action] { action = [options] { return initGallery(*options); }; });
+
     addJsonFlag(*add("list", "The persons, with the number of their photos", listPersons), options->json);
 
     CLI::App* show = add("show", "The photos of persons: file name, digest, date and quality", showPersons);

@@ -5,12 +5,13 @@
 namespace veldan::cli {
 
 SearchableGallery galleryToSearch(const std::string& path, const std::string& empty) {
-    SearchableGallery gallery = GalleryStore(path, GalleryStore::Access::Read).searchable();
-    const std::string passedOver = path + ": passed over: ";
+    GalleryStore store(path, GalleryStore::Access::Read);
+    SearchableGallery gallery = store.searchable();
+    const std::string passedOver = store.name() + ": passed over: ";
     for (const std::string& damage : gallery.damaged)
         tellUser(passedOver + damage);
     if (gallery.names.empty())
-        tellUser(path + ": " + empty);
+        tellUser(store.name() + ": " + empty);
     return gallery;
 }
 

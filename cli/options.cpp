@@ -66,7 +66,7 @@ void addJsonFlag(CLI::App& command, bool& json) {
 }
 
 void addGalleryOption(CLI::App& command, std::string& path, const std::string& help) {
-    command.add_option("--gallery", path, help)->required()->type_name("FILE");
+    command.add_option("--gallery", path, help)->required()->type_name("LOCATION");
 }
 
 CLI::Option* addSimilarityOption(CLI::App& command, const std::string& name, double& value, const std::string& help) {

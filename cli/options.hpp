@@ -36,8 +36,9 @@ void addJobOptions(CLI::App& command, PhotoOptions& options);
 void addJsonFlag(CLI::App& command, bool& json);
 
 /** Adds --gallery, which is required. */
-void addGalleryOption(CLI::App& command, std::string& path,
-                      const std::string& help = "The gallery, made by \"veldan enroll\"");
+void addGalleryOption(
+    CLI::App& command, std::string& path,
+    const std::string& help = "The gallery: a file made by \"veldan enroll\", or postgresql://HOST/DATABASE");
 
 /** How similarities are written, for the help of commands that take them. */
 inline constexpr const char* similarityHelp =

@@ -30,7 +30,9 @@ public:
 
     /** @name Reading */
     ///@{
-    virtual void forEach(const std::function<void(const PersonPhoto& photo)>& visit) = 0;
+    /** @param restart  told to forget what was visited, when all begins anew; without it that is a failure */
+    virtual void forEach(const std::function<void(const PersonPhoto& photo)>& visit,
+                         const std::function<void()>& restart) = 0;
     virtual GallerySize size() = 0;
     virtual std::vector<PersonSummary> persons() = 0;
     virtual std::vector<EnrolledPhoto> photosOf(const std::string& person) = 0;

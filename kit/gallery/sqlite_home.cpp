@@ -221,7 +221,7 @@ std::string SqliteHome::recognizerOf(const char* kind) {
     return row.executeStep() ? row.getColumn(0).getString() : std::string();
 }
 
-void SqliteHome::forEach(const std::function<void(const PersonPhoto& photo)>& visit) {
+void SqliteHome::forEach(const std::function<void(const PersonPhoto& photo)>& visit, const std::function<void()>&) {
     told([&] {
         SQLite::Statement rows(*database_, select(", name FROM person JOIN photo ON photo.person = person.id "
                                                   "ORDER BY person.id, photo.id"));

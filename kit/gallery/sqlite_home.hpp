@@ -23,7 +23,8 @@ public:
     const std::string& name() const override { return path_; }
     const Recognizers& recognizers() const override { return recognizers_; }
 
-    void forEach(const std::function<void(const PersonPhoto& photo)>& visit) override;
+    void forEach(const std::function<void(const PersonPhoto& photo)>& visit,
+                 const std::function<void()>& restart) override;
     GallerySize size() override;
     std::vector<PersonSummary> persons() override;
     std::vector<EnrolledPhoto> photosOf(const std::string& person) override;

@@ -50,15 +50,15 @@ SearchableGallery GalleryStore::searchable() {
     std::vector<Template> bare;
     std::vector<Template> masked;
     const auto finish = [&] {
-        if (bare.empty())
-            return;
-        gallery.names.push_back(name);
-        gallery.bare.add(bare);
-        gallery.masked.add(masked);
+        if (!bare.empty()) {
+            gallery.names.push_back(name);
+            gallery.bare.add(bare);
+            gallery.masked.add(masked);
+        }
         bare.clear();
         masked.clear();
     };
-    forEach([&](const PersonPhoto& row) {
+    const auto visit = [&](const PersonPhoto& row) {
         if (row.person != name) {
             finish();
             name = row.person;
@@ -70,7 +70,14 @@ SearchableGallery GalleryStore::searchable() {
             masked.push_back(row.photo.masked);
             gallery.origins.push_back({row.photo.source, row.photo.digest});
         }
-    });
+    };
+    const auto restart = [&] {
+        gallery = {};
+        name.clear();
+        bare.clear();
+        masked.clear();
+    };
+    home_->forEach(visit, restart);
     finish();
     return gallery;
 }
@@ -92,7 +99,7 @@ GallerySize GalleryStore::size() {
 }
 
 void GalleryStore::forEach(const std::function<void(const PersonPhoto& photo)>& visit) {
-    home_->forEach(visit);
+    home_->forEach(visit, {});
 }
 
 std::vector<PersonSummary> GalleryStore::persons() {

@@ -55,7 +55,7 @@ refuse "engines know each other only where a face is aligned" '(api|attr|detect|
 refuse "engines know each other only where a face is aligned" '(api|detect|models|recog)/' src/attr
 refuse "engines know each other only where a face is aligned" '(api|attr|detect|models)/' src/recog
 refuse "the detector knows no other engine" '(api|align|attr|models|recog)/' src/detect
-refuse "only a gallery knows how it is kept" 'sqlite3|SQLiteCpp' \
+refuse "only a gallery knows how it is kept" 'sqlite3|SQLiteCpp|libpq' \
     include src cli kit/report kit/system kit/photo kit/video
 refuse "the server loads the extension, and not OpenCV with it" '(api|align|attr|detect)/|opencv2/' postgresql
 refuse "reports know no other room" '(system|photo|gallery|video)/' kit/report
