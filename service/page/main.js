@@ -50,4 +50,4 @@ document.addEventListener('token', () => { forget.hidden = !api.hasToken(); });
 forget.hidden = !api.hasToken();
 
 show();
-api.version().then((answer) => { byId('version').textContent = `Veldan ${answer.version}`; }, () => {});
+api.version().then((answer) => { byId('version').textContent = `Veldan ${answer.veldan}`; }, () => {});

@@ -4,6 +4,7 @@ import * as thumbs from './thumbs.js';
 import { ask, errorBox, h, plural, toast } from './ui.js';
 import { enrolView } from './enrol.js';
 
+const mostShown = 300; // a longer list is searched, not read
 const compareNames = new Intl.Collator().compare;
 
 /** The parts of an address, none when somebody mistyped it. */
@@ -91,11 +92,12 @@ export function peopleView(root) {
         function fill() {
             const wanted = filter.value.trim().toLowerCase();
             const found = people.filter((person) => person.name.toLowerCase().includes(wanted));
-            names.replaceChildren(...found.map((person) => h('li', {},
+            names.replaceChildren(...found.slice(0, mostShown).map((person) => h('li', {},
                 h('a', { class: 'person', href: addressOf(person.name) }, portrait(person),
                     h('span', { class: 'person-text' }, h('span', { class: 'person-name' }, person.name),
                         h('span', { class: 'dim' }, plural(person.photoCount, 'photo')))))));
-            status.textContent = wanted && !found.length ? 'Nobody has such a name.' : plural(found.length, 'person', 'people');
+            status.textContent = wanted && !found.length ? 'Nobody has such a name.' : plural(found.length, 'person', 'people') +
+                (found.length > mostShown ? `; the first ${mostShown} are shown` : '');
         }
 
         root.replaceChildren(

@@ -8,11 +8,11 @@ import { shoot } from './shoot.js';
 /** The faces of a picture as a list; a line that is pointed at or has the focus stands out in the picture. */
 export function faceList(picture, photo) {
     return h('ol', { class: 'faces' }, photo.faces.map((face, i) => {
-        const similar = face.similarity === undefined ? null
+        const similar = !face.similarity ? null // nobody was asked, or the gallery is empty
             : face.name === null ? `nobody is closer than ${percent(face.similarity)}` : `${percent(face.similarity)} similar`;
         const line = h('li', { tabindex: '0' },
             h('p', { class: 'face-name' }, h('span', { class: 'number', 'aria-hidden': 'true' }, String(i + 1)),
-                face.name === undefined ? `Face ${i + 1}` : nameOf(face), similar && h('span', { class: 'dim' }, similar)),
+                face.name === undefined ? `Face ${i + 1}` : nameOf(face), similar && [' ', h('span', { class: 'dim' }, similar)]),
             h('p', { class: 'badges' }, faceBadges(face)));
         for (const [on, off] of [['mouseenter', 'mouseleave'], ['focus', 'blur']]) {
             line.addEventListener(on, () => picture.select(i));

@@ -7,6 +7,7 @@ const titleFont = `600 13px ${font}`;
 const wordsFont = `12px ${font}`;
 const lineHeight = 17;
 const padding = 6;
+const longestName = 24;
 
 /** Teal: known. Amber: unknown, or not live. Blue: nobody was asked who it is. */
 function colourOf(face) {
@@ -14,8 +15,14 @@ function colourOf(face) {
     return face.name === null || face.live === false ? '#f0a12b' : '#23b48a';
 }
 
+/** A name that leaves something of the picture to be seen. */
+function shortened(name) {
+    const letters = [...name];
+    return letters.length > longestName ? `${letters.slice(0, longestName - 1).join('').trim()}\u2026` : name;
+}
+
 function variantsOf(context, face, number, alone) {
-    const called = face.name === undefined ? 'Face' : nameOf(face);
+    const called = face.name === undefined ? 'Face' : shortened(nameOf(face));
     const title = alone ? called : `${number}  ${called}`;
     const words = shortWords(face);
     const sized = (lines) => {

@@ -25,7 +25,7 @@ export function announce(text) {
 export function toast(text) {
     announce(text);
     const note = h('p', { class: 'toast' }, text);
-    byId('toasts').append(note);
+    byId('toasts').replaceChildren(note);
     setTimeout(() => note.remove(), 6000);
 }
 
