@@ -53,6 +53,7 @@ std::string oneLine(const char* message) {
     while (!text.empty() && text.back() == '\n')
         text.pop_back();
     std::replace(text.begin(), text.end(), '\n', ' ');
+    text.erase(std::remove(text.begin(), text.end(), '\t'), text.end());
     return text;
 }
 

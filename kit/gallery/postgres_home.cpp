@@ -276,14 +276,11 @@ bool PostgresHome::changed() {
 
 std::vector<NearestPerson> PostgresHome::nearest(const Template& probe, Kind kind, std::size_t count) {
     // What the templates' tables hold without a photo is what a broken-off change has left on another server.
-    const char* few =
-        kind == Kind::Bare
-            ? "SELECT name, source, digest, similarity FROM nearest_bare($1::face_template, $2::integer) "
-              "AS n JOIN photo ON photo.id = n.photo JOIN person ON person.id = n.person "
-              "ORDER BY similarity DESC, n.person"
-            : "SELECT name, source, digest, similarity FROM nearest_masked($1::face_template, $2::integer) "
-              "AS n JOIN photo ON photo.id = n.photo JOIN person ON person.id = n.person "
-              "ORDER BY similarity DESC, n.person";
+    constexpr const char* few = "SELECT name, source, digest, similarity "
+                                "FROM veldan_identify($1::face_template, $2::integer, -1) AS n "
+                                "JOIN photo ON photo.id = n.photo JOIN person ON person.id = n.person "
+                                "ORDER BY similarity DESC, n.person";
+    // So many that the server may as well sort all of them.
     const char* many = kind == Kind::Bare
                            ? "SELECT name, source, digest, n.similarity FROM (SELECT DISTINCT ON (person) person, "
                              "photo, similarity(template, $1::face_template) FROM bare "
@@ -318,7 +315,7 @@ std::optional<bool> PostgresHome::wasMade(const std::string& transaction) {
 /** @param doubtful  the transaction, as long as it may or may not have been made */
 void PostgresHome::attempt(const std::function<void()>& steps, std::string& doubtful) {
     PostgresConnection& connection = connected();
-    connection.runAll("BEGIN READ WRITE");
+    connection.runAll("BEGIN");
     const std::string transaction = connection.run(beginChange).text(0, 1);
     changing_ = true;
     steps();

@@ -9,8 +9,8 @@ namespace veldan::kit {
 
 namespace {
 
-// A file's name is bytes in any encoding. Templates have tables of their own, so that a search reads nothing else, and
-// those may be spread over several servers: the functions are where searches ask for the nearest, wherever they are.
+// A file's name is bytes in any encoding. Templates have tables of their own, which veldan_identify() searches: so that
+// a search reads nothing else, and may be spread over several servers.
 constexpr const char* tableStatements = R"(
     CREATE SCHEMA veldan_gallery;
     SET LOCAL search_path = veldan_gallery, pg_catalog;
@@ -46,20 +46,6 @@ constexpr const char* templateStatements = R"(
         person bigint NOT NULL,
         template face_template NOT NULL
     );
-    CREATE FUNCTION nearest_bare(probe face_template, number integer)
-        RETURNS TABLE (person bigint, photo bigint, similarity real) LANGUAGE sql STABLE PARALLEL SAFE
-    BEGIN ATOMIC
-        SELECT one.person, one.photo, one.similarity
-        FROM (SELECT veldan_nearest(t.person, t.photo, t.template, probe, number, -1) AS all_found FROM bare t) found,
-             unnest(found.all_found) one;
-    END;
-    CREATE FUNCTION nearest_masked(probe face_template, number integer)
-        RETURNS TABLE (person bigint, photo bigint, similarity real) LANGUAGE sql STABLE PARALLEL SAFE
-    BEGIN ATOMIC
-        SELECT one.person, one.photo, one.similarity
-        FROM (SELECT veldan_nearest(t.person, t.photo, t.template, probe, number, -1) AS all_found FROM masked t) found,
-             unnest(found.all_found) one;
-    END;
     CREATE TRIGGER tell AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON person EXECUTE FUNCTION tell();
     CREATE TRIGGER tell AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON photo EXECUTE FUNCTION tell();
     CREATE TRIGGER tell AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON bare EXECUTE FUNCTION tell();
