@@ -322,6 +322,9 @@ void addGalleryCommand(CLI::App& app, Action& action) {
     CLI::App* importing =
         add("import", "Add the persons of an exported file; makes a gallery when there is none", importGallery);
     importing->add_option("FILE", options->file, "The file; - is the standard input")->required()->type_name("");
+#ifdef VELDAN_WITH_POSTGRESQL
+    addShardCommand(*command, action);
+#endif
 }
 
 } // namespace veldan::cli
