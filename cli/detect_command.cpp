@@ -2,6 +2,7 @@
 #include "photo/annotate.hpp"
 #include "photo/face_api.hpp"
 #include "photo/face_text.hpp"
+#include "photo/photo_entry.hpp"
 #include "photo_run.hpp"
 
 #include <CLI/CLI.hpp>
@@ -24,7 +25,7 @@ ExitCode detect(const PhotoOptions& options) {
                                               annotate(photo, {detection.faces.begin(), detection.faces.end()});
                                               return photo;
                                           });
-                                          PhotoTask::refuseCrowd(detection.faces.size());
+                                          refuseCrowd(detection.faces.size());
                                       },
                                       {}});
 }

@@ -1,12 +1,12 @@
 #include "commands.hpp"
 #include "gallery/digest.hpp"
+#include "gallery/enrolment.hpp"
 #include "gallery/enrolment_list.hpp"
 #include "gallery/store.hpp"
 #include "gallery/template_file.hpp"
 #include "photo/face_api.hpp"
 #include "photo_run.hpp"
 #include "report/messages.hpp"
-#include "report/similarity.hpp"
 #include "report/text.hpp"
 #include "system/file_bytes.hpp"
 
@@ -27,8 +27,7 @@ struct EnrollOptions {
     std::string gallery;
     std::string name;
     std::vector<std::string> photos;
-    int leastQuality = enrolmentQuality;
-    bool largest = false;
+    EnrolmentRules rules;
     PhotoOptions run; ///< for JSON and jobs
 };
 
@@ -50,9 +49,6 @@ public:
     }
 
 private:
-    /** What keeps a photo out of the gallery. */
-    static CommandError refusal(const std::string& reason) { return {ExitCode::Unsuitable, "not enrolled: " + reason}; }
-
     static GalleryStore opened(const std::string& path) {
         GalleryStore store(path, GalleryStore::Access::Create);
         store.requireOwnNetworks();
@@ -79,8 +75,10 @@ private:
         task.set("digest", photo.digest);
         if (holds(person, photo.digest))
             return;
-        if (!isTemplate)
-            extract(task, task.decode(bytes), photo);
+        if (!isTemplate) {
+            Photo picture = task.decode(bytes);
+            takeFace(task.api(), picture, options_.rules, photo, [&](int quality) { task.set("quality", quality); });
+        }
         photo.date = dateNow();
         examined_[task.index()] = std::make_unique<EnrolledPhoto>(std::move(photo));
     }
@@ -128,42 +126,16 @@ private:
                                                     const std::string& maskTemplate, EnrolledPhoto& photo) {
         const TemplateOfKind first = readTemplate(bytes);
         if (maskTemplate.empty())
-            throw refusal(first.kind == Kind::Bare
-                              ? "the template of a bare face; one for a mask has to go with it (veldan template --mask)"
-                              : "a template for a mask; one of the bare face has to go with it (veldan template)");
+            throw enrolmentRefusal(
+                first.kind == Kind::Bare
+                    ? "the template of a bare face; one for a mask has to go with it (veldan template --mask)"
+                    : "a template for a mask; one of the bare face has to go with it (veldan template)");
         task.set("maskTemplate", maskTemplate);
         const std::vector<unsigned char> others = readFile(maskTemplate);
         photo.bare = first.bytes;
         photo.masked = readTemplate(others).bytes;
         bytes.insert(bytes.end(), others.begin(), others.end());
         return bytes;
-    }
-
-    /** Fills in what the face gives. */
-    void extract(PhotoTask& task, Photo picture, EnrolledPhoto& photo) const {
-        const FaceApi::Detection detection = task.api().detect(picture);
-        if (detection.faces.empty())
-            throw refusal("no face was found");
-        if (detection.faces.size() > 1 && !options_.largest)
-            throw refusal(faceCount(detection.faces.size()) + " in the photo; --largest takes the largest one");
-        VDFACEINFOEX face = detection.faces.front();
-        const ImageView view = viewOf(picture);
-        Instance& instance = task.api().instance();
-        try {
-            instance.judgeMask(view, {&face, 1});
-            if (face.maskScore >= maskedFrom)
-                throw refusal("the face wears a mask (" + std::to_string(face.maskScore) +
-                              "); a bare face serves both");
-            photo.quality = instance.enrolmentQuality(view, face);
-            task.set("quality", photo.quality);
-            if (photo.quality < options_.leastQuality)
-                throw refusal("quality " + std::to_string(photo.quality) + ", at least " +
-                              std::to_string(options_.leastQuality) + " is wanted");
-            photo.bare = instance.extractForEnrolment(view, face, Kind::Bare);
-            photo.masked = instance.extractForEnrolment(view, face, Kind::Masked);
-        } catch (const Error& error) {
-            throw CommandError(ExitCode::Library, error.what());
-        }
     }
 
     void summarise(Json& document) {
@@ -216,11 +188,11 @@ void addEnrollCommand(CLI::App& app, Action& action) {
         ->required()
         ->type_name("");
     command->add_option("PHOTO", options->photos, "Photos of that person, or folders of them")->type_name("");
-    command->add_option("--min-quality", options->leastQuality, "Least quality of a face, 0 to 100")
+    command->add_option("--min-quality", options->rules.leastQuality, "Least quality of a face, 0 to 100")
         ->type_name("N")
         ->check(CLI::Range(0, 100))
         ->capture_default_str();
-    command->add_flag("--largest", options->largest, "Take the largest face of a photo that shows several");
+    command->add_flag("--largest", options->rules.largest, "Take the largest face of a photo that shows several");
     addJsonFlag(*command, options->run.json);
     addJobOptions(*command, options->run);
     command->footer(

@@ -6,8 +6,7 @@
 #include "options.hpp"
 #include "photo/annotate.hpp"
 #include "photo/face_api.hpp"
-#include "photo/judge.hpp"
-#include "photo/largest_face.hpp"
+#include "photo/photo_entry.hpp"
 #include "photo_run.hpp"
 #include "report/similarity.hpp"
 #include "report/text.hpp"
@@ -15,7 +14,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <chrono>
 #include <cmath>
 #include <cstddef>
 #include <iomanip>
@@ -79,7 +77,7 @@ private:
     }
 
     void processTemplate(PhotoTask& task, const TemplateOfKind& probe) {
-        const Identity identity = identified(task, probe.bytes, probe.kind);
+        const Identity identity = identify(task.api().instance(), gallery_, probe.bytes, probe.kind, options_.search);
         task.set("template", kindName(probe.kind));
         task.set("faces", Json::array());
         task.tell(task.path() + ": template of a " + kindName(probe.kind) + " face");
@@ -87,31 +85,18 @@ private:
     }
 
     void processPhoto(PhotoTask& task, Photo photo) {
-        const FaceApi::Detection detection = task.api().detect(photo);
-        const auto start = std::chrono::steady_clock::now();
-        std::vector<IdentifiedFace> faces;
-        faces.reserve(detection.faces.size());
-        for (const JudgedFace& face : judge(task.api().instance(), photo, detection.faces, Light::Visible)) {
-            const Kind kind = face.masked ? Kind::Masked : Kind::Bare;
-            faces.push_back({face, identified(task, templateOf(task.api().instance(), photo, face, kind), kind)});
-        }
-        const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
-
-        task.addFaceCount(photo, faces.size(), detection.milliseconds + elapsed.count());
+        const auto [faces, milliseconds] = identifyFaces(task.api(), gallery_, photo, options_.search);
+        task.addFaceCount(photo, faces.size(), milliseconds);
         for (const IdentifiedFace& face : faces)
             addFace(task, identityJson(face), identityText(face), face.identity);
-        task.draw([&] { return drawn(photo, faces); });
-        PhotoTask::refuseCrowd(faces.size());
+        task.draw([&, &found = faces] { return drawn(photo, found); });
+        refuseCrowd(faces.size());
     }
 
     void addFace(PhotoTask& task, Json json, const std::string& text, const Identity& identity) {
         if (options_.search.top > 0)
             json["candidates"] = candidatesJson(identity, gallery_);
         task.addFace(std::move(json), text + candidatesText(identity, gallery_));
-    }
-
-    Identity identified(PhotoTask& task, const Template& probe, Kind kind) {
-        return identify(task.api().instance(), gallery_, probe, kind, options_.search);
     }
 
     const IdentifyOptions& options_;

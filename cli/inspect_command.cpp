@@ -3,6 +3,7 @@
 #include "photo/face_api.hpp"
 #include "photo/face_text.hpp"
 #include "photo/judge.hpp"
+#include "photo/photo_entry.hpp"
 #include "photo_run.hpp"
 
 #include <CLI/CLI.hpp>
@@ -77,7 +78,7 @@ private:
         if (crops_.wanted())
             saveCrops(task, photo, faces);
         task.draw([&] { return drawn(photo, faces); });
-        PhotoTask::refuseCrowd(faces.size());
+        refuseCrowd(faces.size());
     }
 
     void saveCrops(PhotoTask& task, const Photo& photo, const std::vector<JudgedFace>& faces) const {

@@ -1,4 +1,5 @@
 #include "commands.hpp"
+#include "gallery/comparison.hpp"
 #include "gallery/template_file.hpp"
 #include "options.hpp"
 #include "photo/annotate.hpp"
@@ -6,6 +7,7 @@
 #include "photo/face_text.hpp"
 #include "photo/largest_face.hpp"
 #include "photo/output_files.hpp"
+#include "photo/photo_entry.hpp"
 #include "photo_run.hpp"
 #include "report/printable.hpp"
 #include "report/similarity.hpp"
@@ -43,14 +45,6 @@ struct MatchOptions {
     bool masked = false;
 };
 
-/** A photo with the face that is compared, or the template in place of it. */
-struct Side {
-    std::string path;
-    Photo photo;
-    JudgedFace face;
-    std::optional<TemplateOfKind> given;
-};
-
 std::string maskText(const JudgedFace& face) {
     return std::string(face.masked ? "masked (" : "no mask (") + std::to_string(face.record.maskScore) + ")";
 }
@@ -68,7 +62,7 @@ void drawOn(Photo& canvas, const Photo& picture, int left) {
     }
 }
 
-Photo marked(Side& side, int height, const std::vector<std::string>& words) {
+Photo marked(ComparedSide& side, int height, const std::vector<std::string>& words) {
     Photo& photo = side.photo;
     const double factor =
         std::min(static_cast<double>(height) / photo.height, static_cast<double>(mostWidth) / photo.width);
@@ -86,7 +80,7 @@ Photo marked(Side& side, int height, const std::vector<std::string>& words) {
     return picture;
 }
 
-Photo sideBySide(Side& first, Side& second, const std::vector<std::string>& words) {
+Photo sideBySide(ComparedSide& first, ComparedSide& second, const std::vector<std::string>& words) {
     const int height = std::clamp(std::max(first.photo.height, second.photo.height), leastHeight, mostHeight);
     const Photo left = marked(first, height, words);
     const Photo right = marked(second, height, words);
@@ -114,88 +108,39 @@ public:
 private:
     void find(PhotoTask& task) {
         const std::vector<unsigned char> bytes = task.read();
-        Side side;
+        ComparedSide side;
         side.path = task.path();
         if (isTemplateFile(bytes)) {
             side.given = readTemplate(bytes);
             const char* kind = kindName(side.given->kind);
             task.set("template", kind);
             task.tell(task.path() + ": template of a " + kind + " face");
-            sides_.push_back(std::move(side));
+            sides_.at(task.index()) = std::move(side);
             return;
         }
         side.photo = task.decode(bytes);
         const LargestFace largest = largestFace(api_, side.photo);
         side.face = largest.face;
         task.addFaceCount(side.photo, largest.of, largest.milliseconds);
-        Json json = detectionJson(side.face.record);
-        json["quality"] = side.face.record.quality;
-        json["maskScore"] = side.face.record.maskScore;
-        json["masked"] = side.face.masked;
-        json["largestOf"] = largest.of;
-        task.addFace(std::move(json), detectionText(side.face.record) + "\n      quality " +
-                                          std::to_string(side.face.record.quality) + "  " + maskText(side.face));
+        task.addFace(largestFaceJson(largest), detectionText(side.face.record) + "\n      quality " +
+                                                   std::to_string(side.face.record.quality) + "  " +
+                                                   maskText(side.face));
         if (largest.of > 1)
             task.note(faceCount(largest.of) + "; the largest one is compared");
-        sides_.push_back(std::move(side));
+        sides_.at(task.index()) = std::move(side);
     }
 
     void match(Json& document) {
-        Side& first = sides_.at(0);
-        Side& second = sides_.at(1);
-        const bool maskWorn = first.face.masked || second.face.masked;
-        const Kind kind = kindFor(maskWorn);
-        const double similarity = static_cast<double>(compare(first, second, kind));
+        const bool maskWorn = sides_[0].face.masked || sides_[1].face.masked;
+        const Kind kind = kindToCompare(sides_, options_.masked);
+        const double similarity = similarityOf(api_.instance(), sides_, kind);
         const std::string verdict = verdictOn(similarity, kind);
-
-        document["kind"] = kindName(kind);
-        document["similarity"] = similarity;
-        document["verdict"] = verdict;
         same_ = similarity >= options_.threshold;
-        if (options_.judged) {
-            document["threshold"] = options_.threshold;
-            document["same"] = same_;
-        }
-        document["steps"] = stepsJson(similarity, kind);
+        putComparison(document, similarity, kind,
+                      options_.judged ? std::optional<double>(options_.threshold) : std::nullopt);
         if (!options_.photos.json)
             print(similarity, verdict, kind, maskWorn);
         draw(document, {similarityText(similarity), verdict});
-    }
-
-    /** A template is of one kind for good, which the other side then has to follow. */
-    Kind kindFor(bool maskWorn) const {
-        Kind kind = options_.masked || maskWorn ? Kind::Masked : Kind::Bare;
-        const Side* master = nullptr;
-        for (const Side& side : sides_) {
-            if (!side.given)
-                continue;
-            if (master != nullptr && master->given->kind != side.given->kind)
-                throw CommandError(ExitCode::Unsuitable, "a template of a bare face and one of a masked face cannot be "
-                                                         "compared with each other");
-            master = &side;
-        }
-        if (master == nullptr)
-            return kind;
-        if (kind == Kind::Masked && master->given->kind == Kind::Bare)
-            throw CommandError(ExitCode::Unsuitable,
-                               master->path + ": the template of a bare face, which cannot be compared " +
-                                   (maskWorn ? "with a face that wears a mask" : "as a masked face") +
-                                   "; \"veldan template --mask\" makes the other kind");
-        return master->given->kind;
-    }
-
-    Template templateFor(Side& side, Kind kind) {
-        return side.given ? side.given->bytes : templateOf(api_.instance(), side.photo, side.face, kind);
-    }
-
-    float compare(Side& first, Side& second, Kind kind) {
-        const Template a = templateFor(first, kind);
-        const Template b = templateFor(second, kind);
-        try {
-            return api_.instance().match(a, b, kind);
-        } catch (const Error& error) {
-            throw CommandError(ExitCode::Library, error.what());
-        }
     }
 
     void print(double similarity, const std::string& verdict, Kind kind, bool maskWorn) const {
@@ -228,7 +173,7 @@ private:
     PhotoRun run_;
     DrawTarget target_;
     FaceApi api_{0};
-    std::vector<Side> sides_;
+    ComparedSides sides_;
     bool same_ = false;
 };
 

@@ -1,5 +1,6 @@
 #include "photo_task.hpp"
 
+#include "photo/photo_entry.hpp"
 #include "report/printable.hpp"
 #include "report/text.hpp"
 #include "system/file_bytes.hpp"
@@ -35,19 +36,15 @@ std::vector<unsigned char> PhotoTask::read() const {
 
 Photo PhotoTask::decode(const std::vector<unsigned char>& bytes) {
     Photo photo = decodePhoto(bytes);
-    entry_["width"] = photo.width;
-    entry_["height"] = photo.height;
-    if (photo.flaw != PhotoFlaw::None) {
-        const char* const flaw = photo.flaw == PhotoFlaw::Truncated ? "truncated" : "damaged";
-        entry_[flaw] = true;
-        note(std::string(flaw) + "; what could be decoded of it is used");
-    }
+    putPicture(entry_, photo);
+    if (photo.flaw != PhotoFlaw::None)
+        note(std::string(photo.flaw == PhotoFlaw::Truncated ? "truncated" : "damaged") +
+             "; what could be decoded of it is used");
     return photo;
 }
 
 void PhotoTask::addFaceCount(const Photo& photo, std::size_t count, double milliseconds) {
-    entry_["milliseconds"] = milliseconds;
-    entry_["faces"] = Json::array();
+    putFaces(entry_, milliseconds);
     addText(fmt::format("{}: {}  ({} x {}, {:.1f} ms)", printable(path_), faceCount(count), photo.width, photo.height,
                         milliseconds));
 }
@@ -79,12 +76,6 @@ void PhotoTask::tell(const std::string& line) {
 void PhotoTask::addText(const std::string& text) {
     if (!outputs_.json)
         lines_.push_back({false, text});
-}
-
-void PhotoTask::refuseCrowd(std::size_t count) {
-    if (count > VELDAN_MAX_FACES)
-        throw CommandError(ExitCode::TooManyFaces, faceCount(count) + ", more than the " +
-                                                       std::to_string(VELDAN_MAX_FACES) + " that the library follows");
 }
 
 void PhotoTask::attempt(const std::function<void()>& action) {

@@ -79,8 +79,6 @@ public:
     void tell(const std::string& line);
     /** Says something about the photo that is no failure. */
     void note(const std::string& message) { lines_.push_back({true, path_ + ": " + message}); }
-    /** Throws CommandError when there are more faces than the library follows. */
-    static void refuseCrowd(std::size_t count);
     ///@}
 
     /** Does something with the photo; what fails is told as this photo's failure. Throws NoLibrary. */

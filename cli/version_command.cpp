@@ -1,33 +1,25 @@
 #include "commands.hpp"
 #include "report/json.hpp"
-
-#include <veldan/face_api.h>
-#include <veldan/image_tool.h>
+#include "report/version.hpp"
 
 #include <CLI/CLI.hpp>
 
-#include <array>
 #include <iostream>
 #include <memory>
+#include <string>
 
 namespace veldan::cli {
 
 namespace {
 
 ExitCode printVersion(bool json) {
-    std::array<char, VELDAN_VERSION_SIZE> algorithm{};
-    zzGetAlgVersionThread(algorithm.data());
-    std::array<char, VELDAN_TOOL_VERSION_SIZE> imageTools{};
-    CVToolVersion(imageTools.data());
-    if (json) {
-        const Json document = {
-            {"veldan", VELDAN_VERSION}, {"algorithm", algorithm.data()}, {"imageTools", imageTools.data()}};
-        std::cout << written(document) << '\n';
-    } else {
-        std::cout << "veldan       " << VELDAN_VERSION << '\n'
-                  << "algorithm    " << algorithm.data() << '\n'
-                  << "image tools  " << imageTools.data() << '\n';
-    }
+    const Json version = versionJson();
+    if (json)
+        std::cout << written(version) << '\n';
+    else
+        std::cout << "veldan       " << version["veldan"].get<std::string>() << '\n'
+                  << "algorithm    " << version["algorithm"].get<std::string>() << '\n'
+                  << "image tools  " << version["imageTools"].get<std::string>() << '\n';
     return ExitCode::Success;
 }
 

@@ -4,9 +4,9 @@
 
 namespace veldan::kit {
 
-std::vector<Candidate> nearestCandidates(Instance& instance, SearchableGallery& gallery, const Template& probe,
+std::vector<Candidate> nearestCandidates(Instance& instance, const SearchableGallery& gallery, const Template& probe,
                                          Kind kind, std::size_t count) {
-    Gallery& templates = kind == Kind::Bare ? gallery.bare : gallery.masked;
+    const Gallery& templates = kind == Kind::Bare ? gallery.bare : gallery.masked;
     std::vector<Candidate> candidates;
     candidates.reserve(gallery.names.size());
     std::size_t photo = 0;

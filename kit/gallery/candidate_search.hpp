@@ -23,7 +23,7 @@ struct Candidate {
  * @param kind   of the template, and of those that it is compared with
  * @param count  most candidates
  */
-std::vector<Candidate> nearestCandidates(Instance& instance, SearchableGallery& gallery, const Template& probe,
+std::vector<Candidate> nearestCandidates(Instance& instance, const SearchableGallery& gallery, const Template& probe,
                                          Kind kind, std::size_t count);
 
 } // namespace veldan::kit

@@ -2,9 +2,11 @@
 
 #include "gallery/template_file.hpp"
 #include "photo/face_text.hpp"
+#include "photo/largest_face.hpp"
 #include "report/printable.hpp"
 #include "report/text.hpp"
 
+#include <chrono>
 #include <fmt/format.h>
 
 namespace veldan::kit {
@@ -19,7 +21,7 @@ void put(Json& json, const Identity& identity) {
 
 } // namespace
 
-Identity identify(Instance& instance, SearchableGallery& gallery, const Template& probe, Kind kind,
+Identity identify(Instance& instance, const SearchableGallery& gallery, const Template& probe, Kind kind,
                   const IdentitySearch& search) {
     Identity result;
     result.kind = kind;
@@ -35,6 +37,23 @@ Identity identify(Instance& instance, SearchableGallery& gallery, const Template
     } catch (const Error& error) {
         throw CommandError(ExitCode::Library, error.what());
     }
+    return result;
+}
+
+IdentifiedFaces identifyFaces(FaceApi& api, const SearchableGallery& gallery, Photo& photo,
+                              const IdentitySearch& search) {
+    const FaceApi::Detection detection = api.detect(photo);
+    const auto start = std::chrono::steady_clock::now();
+    Instance& instance = api.instance();
+    IdentifiedFaces result;
+    result.faces.reserve(detection.faces.size());
+    for (const JudgedFace& face : judge(instance, photo, detection.faces, Light::Visible)) {
+        const Kind kind = face.masked ? Kind::Masked : Kind::Bare;
+        result.faces.push_back(
+            {face, identify(instance, gallery, templateOf(instance, photo, face, kind), kind, search)});
+    }
+    const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
+    result.milliseconds = detection.milliseconds + elapsed.count();
     return result;
 }
 

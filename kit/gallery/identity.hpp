@@ -3,6 +3,7 @@
 
 #include "gallery/candidate_search.hpp"
 #include "gallery/store.hpp"
+#include "photo/face_api.hpp"
 #include "photo/judge.hpp"
 #include "report/json.hpp"
 #include "report/similarity.hpp"
@@ -37,8 +38,16 @@ struct IdentifiedFace {
 };
 
 /** Searches a gallery for a template. @param kind  of the template. Throws CommandError (Library). */
-Identity identify(Instance& instance, SearchableGallery& gallery, const Template& probe, Kind kind,
+Identity identify(Instance& instance, const SearchableGallery& gallery, const Template& probe, Kind kind,
                   const IdentitySearch& search);
+
+/** All faces of a photo, and how long the library took. Throws CommandError. */
+struct IdentifiedFaces {
+    std::vector<IdentifiedFace> faces;
+    double milliseconds = 0;
+};
+IdentifiedFaces identifyFaces(FaceApi& api, const SearchableGallery& gallery, Photo& photo,
+                              const IdentitySearch& search);
 
 /** The name, or "unknown". */
 std::string nameText(const Identity& identity);

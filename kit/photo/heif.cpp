@@ -28,14 +28,33 @@ void require(const heif_error& error) {
         throw CommandError(ExitCode::Unreadable, std::string("cannot be decoded: ") + error.message);
 }
 
+using Context = std::unique_ptr<heif_context, Release<heif_context_free>>;
+using Handle = std::unique_ptr<heif_image_handle, Release<heif_image_handle_release>>;
+
+/** The main picture of a file. The context has to outlive it. */
+Handle mainPicture(const Context& context, const std::vector<unsigned char>& bytes) {
+    require(heif_context_read_from_memory_without_copy(context.get(), bytes.data(), bytes.size(), nullptr));
+    heif_image_handle* handle = nullptr;
+    require(heif_context_get_primary_image_handle(context.get(), &handle));
+    return Handle(handle);
+}
+
 } // namespace
 
+std::optional<PictureSize> heifSize(const std::vector<unsigned char>& bytes) {
+    const Context context(heif_context_alloc());
+    try {
+        const Handle handle = mainPicture(context, bytes);
+        return PictureSize{static_cast<std::uint64_t>(heif_image_handle_get_width(handle.get())),
+                           static_cast<std::uint64_t>(heif_image_handle_get_height(handle.get()))};
+    } catch (const CommandError&) {
+        return {};
+    }
+}
+
 Photo decodeHeif(const std::vector<unsigned char>& bytes) {
-    const std::unique_ptr<heif_context, Release<heif_context_free>> context(heif_context_alloc());
-    require(heif_context_read_from_memory_without_copy(context.get(), bytes.data(), bytes.size(), nullptr));
-    heif_image_handle* rawHandle = nullptr;
-    require(heif_context_get_primary_image_handle(context.get(), &rawHandle));
-    const std::unique_ptr<heif_image_handle, Release<heif_image_handle_release>> handle(rawHandle);
+    const Context context(heif_context_alloc());
+    const Handle handle = mainPicture(context, bytes);
     requireSize(heif_image_handle_get_width(handle.get()), heif_image_handle_get_height(handle.get()));
     heif_image* rawImage = nullptr;
     // The transformations of the file, which turn the picture upright, are applied on the way.
@@ -59,6 +78,10 @@ Photo decodeHeif(const std::vector<unsigned char>& bytes) {
 }
 
 #else
+
+std::optional<PictureSize> heifSize(const std::vector<unsigned char>& /*bytes*/) {
+    return {};
+}
 
 Photo decodeHeif(const std::vector<unsigned char>& /*bytes*/) {
     throw CommandError(ExitCode::Unreadable, "a HEIC or AVIF picture; this command was built without libheif");
