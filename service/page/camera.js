@@ -1,4 +1,5 @@
 // The camera, and frames of it one at a time.
+import { h } from './ui.js';
 
 const reasons = {
     NotAllowedError: 'The browser was not allowed to use the camera. Allow it in the address bar and try again.',
@@ -12,49 +13,65 @@ export class Camera {
         this.video = video;
         this.stream = null;
         this.mirror = false;
+        this.starts = 0;
         this.shot = document.createElement('canvas');
     }
 
-    get running() {
-        return this.stream !== null;
-    }
-
-    /** Starts; throws an error whose `plain` says why not. */
+    /** Starts; throws an error whose `plain` says why not. Resolves to whether nobody has stopped it meanwhile. */
     async start(deviceId = '') {
         this.stop();
+        const mine = this.starts;
         if (!navigator.mediaDevices)
             throw Object.assign(new Error('no camera'), {
                 plain: 'Browsers offer the camera on secure pages only: open this page over https, or on this machine itself.',
             });
         const size = { width: { ideal: 1280 }, height: { ideal: 720 } };
         const wanted = deviceId ? { deviceId: { exact: deviceId }, ...size } : { facingMode: 'user', ...size };
+        let stream;
         try {
-            this.stream = await navigator.mediaDevices.getUserMedia({ video: wanted, audio: false });
+            stream = await navigator.mediaDevices.getUserMedia({ video: wanted, audio: false });
         } catch (error) {
             throw Object.assign(error, { plain: reasons[error.name] ?? 'The camera did not start.' });
         }
+        if (mine !== this.starts) {
+            stream.getTracks().forEach((track) => track.stop());
+            return false;
+        }
+        this.stream = stream;
         const settings = this.stream.getVideoTracks()[0].getSettings();
         this.deviceId = settings.deviceId ?? '';
         // People expect a mirror of themselves, not of what is in front of them.
         this.mirror = settings.facingMode !== 'environment';
         this.video.classList.toggle('mirror', this.mirror);
         this.video.srcObject = this.stream;
-        await this.video.play();
+        await this.video.play().catch(() => {}); // stopped before it began
+        if (mine !== this.starts) return false;
         // The whole picture fits on the screen, whichever way the camera is held.
         this.video.style.maxWidth = `${60 * this.video.videoWidth / this.video.videoHeight}vh`;
+        await this.started?.();
+        return mine === this.starts;
+    }
+
+    /** Which camera it is, for people to change; hidden where there is but one. `failed` is called when the other does not start. */
+    chooser(failed) {
+        const select = h('select', {
+            'aria-label': 'Camera', hidden: true,
+            onchange: () => this.start(select.value).catch(failed),
+        });
+        this.started = async () => {
+            const devices = (await navigator.mediaDevices.enumerateDevices()).filter(({ kind }) => kind === 'videoinput');
+            select.replaceChildren(...devices.map(({ deviceId, label }, i) =>
+                h('option', { value: deviceId, selected: deviceId === this.deviceId }, label || `Camera ${i + 1}`)));
+            select.hidden = devices.length < 2;
+        };
+        return select;
     }
 
     stop() {
+        ++this.starts;
         this.stream?.getTracks().forEach((track) => track.stop());
         this.stream = null;
         this.video.srcObject = null;
-    }
-
-    /** [{id, label}] of all cameras; labels are there once a camera was allowed. */
-    static async list() {
-        const devices = (await navigator.mediaDevices?.enumerateDevices()) ?? [];
-        return devices.filter((device) => device.kind === 'videoinput')
-            .map((device, i) => ({ id: device.deviceId, label: device.label || `Camera ${i + 1}` }));
     }
 
     /** The present frame as JPEG, at most `longest` pixels on its longer side; null when there is none yet. */

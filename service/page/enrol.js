@@ -147,7 +147,10 @@ export function enrolView(root, person, done) {
         cameraButton.hidden = true;
         cameraPlace.replaceChildren(h('div', { class: 'enrol-camera' }, h('div', { class: 'frame live-frame' }, video, overlay, hint),
             h('p', { class: 'dim' }, 'The photo is taken by itself once everything is right.'),
-            h('div', { class: 'row' }, shutter, again, h('button', {
+            h('div', { class: 'row' }, shutter, again, camera.chooser((error) => {
+                closeCamera?.();
+                cameraPlace.replaceChildren(errorBox(error));
+            }), h('button', {
                 type: 'button',
                 onclick: () => {
                     closeCamera();
@@ -155,13 +158,12 @@ export function enrolView(root, person, done) {
                 },
             }, 'Close the camera'))));
         try {
-            await camera.start();
+            if (!await camera.start()) return;
         } catch (error) {
             closeCamera?.();
             cameraPlace.replaceChildren(errorBox(error));
             return;
         }
-        if (left || !closeCamera) return camera.stop();
         cameraPlace.scrollIntoView({ block: 'center' });
         loop.run();
     }

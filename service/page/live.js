@@ -16,12 +16,15 @@ export function liveView(root) {
     const empty = h('p', { class: 'empty' }, 'The camera is off.');
     frame.append(empty);
     const start = h('button', { type: 'button', class: 'primary', onclick: () => (loop?.on ? stop() : begin()) }, 'Start the camera');
-    const cameras = h('select', { 'aria-label': 'Camera', hidden: true, onchange: () => begin(cameras.value) });
     const speed = h('p', { class: 'dim speed' });
     const trouble = h('div', {});
     const here = h('ul', { class: 'here', 'aria-label': 'Here now' });
     const log = h('ol', { class: 'log', role: 'log', 'aria-label': 'Who came and went' });
     const camera = new Camera(video);
+    const cameras = camera.chooser((error) => {
+        stop();
+        trouble.replaceChildren(errorBox(error));
+    });
     let presence = new Presence();
     let loop = null;
     let times = [];
@@ -71,12 +74,11 @@ export function liveView(root) {
         }
     }
 
-    async function begin(deviceId = '') {
-        loop?.stop();
+    async function begin() {
         trouble.replaceChildren();
         start.disabled = true;
         try {
-            await camera.start(deviceId);
+            if (!await camera.start()) return;
         } catch (error) {
             stop();
             trouble.replaceChildren(errorBox(error));
@@ -84,12 +86,8 @@ export function liveView(root) {
         } finally {
             start.disabled = false;
         }
-        if (root.hidden) return stop(); // somebody went elsewhere while the browser asked
         empty.hidden = true;
         start.textContent = 'Stop the camera';
-        const list = await Camera.list();
-        cameras.replaceChildren(...list.map(({ id, label }) => h('option', { value: id, selected: id === camera.deviceId }, label)));
-        cameras.hidden = list.length < 2;
         times = [];
         note([]);
         announce('The camera is on');
@@ -101,6 +99,7 @@ export function liveView(root) {
         const ran = loop?.on;
         loop?.stop();
         camera.stop();
+        cameras.hidden = true;
         note(presence.end());
         presence = new Presence();
         draw(null);
@@ -119,5 +118,5 @@ export function liveView(root) {
                 h('section', { class: 'card' }, h('h3', {}, 'Came and went'), log,
                     h('p', { class: 'dim small-print' }, 'This list is kept until you leave the page, and nowhere else.')))));
     note([]);
-    return { leave: () => { if (camera.running) stop(); } };
+    return { leave: stop };
 }

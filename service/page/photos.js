@@ -9,7 +9,7 @@ import { shoot } from './shoot.js';
 export function faceList(picture, photo) {
     return h('ol', { class: 'faces' }, photo.faces.map((face, i) => {
         const similar = !face.similarity ? null // nobody was asked, or the gallery is empty
-            : face.name === null ? `nobody is closer than ${percent(face.similarity)}` : `${percent(face.similarity)} similar`;
+            : face.name === null ? `at most ${percent(face.similarity)} similar to anybody` : `${percent(face.similarity)} similar`;
         const line = h('li', { tabindex: '0' },
             h('p', { class: 'face-name' }, h('span', { class: 'number', 'aria-hidden': 'true' }, String(i + 1)),
                 face.name === undefined ? `Face ${i + 1}` : nameOf(face), similar && [' ', h('span', { class: 'dim' }, similar)]),

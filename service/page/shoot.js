@@ -18,7 +18,7 @@ export function shoot(title) {
         }, 'Take the photo');
         const place = h('div', { class: 'frame' }, video);
         const dialog = h('dialog', { 'aria-label': title, class: 'wide' }, h('h2', {}, title), place,
-            h('div', { class: 'actions' }, h('button', { type: 'button', onclick: () => dialog.close() }, 'Cancel'), take));
+            h('div', { class: 'actions' }, camera.chooser((error) => place.replaceChildren(errorBox(error))), h('button', { type: 'button', onclick: () => dialog.close() }, 'Cancel'), take));
         dialog.addEventListener('close', () => {
             camera.stop();
             dialog.remove();
@@ -26,8 +26,8 @@ export function shoot(title) {
         });
         document.body.append(dialog);
         dialog.showModal();
-        camera.start().then(() => {
-            if (!dialog.open) return camera.stop(); // cancelled meanwhile
+        camera.start().then((on) => {
+            if (!on) return;
             take.disabled = false;
             take.focus();
         }, (error) => place.replaceChildren(errorBox(error)));

@@ -99,7 +99,7 @@ describe('people come in by photo and by camera', () => {
         await choose(page, 'Choose photos', photo('rows.webp'), photo('queue.webp'), photo('astronaut.jpg'));
         await page.getByRole('heading', { name: 'astronaut.jpg' }).waitFor();
         await page.locator('.result').first().locator('.faces li').waitFor();
-        assert.match((await facesOf(page))[0], /Unknown\s+nobody is closer than \d+%/);
+        assert.match((await facesOf(page))[0], /Unknown\s+at most \d+% similar to anybody/);
         await screenshot(page, 'photos-crowd', { fullPage: true });
         await page.getByRole('button', { name: 'Clear all' }).click();
         assert.equal(await page.locator('.result').count(), 0);
@@ -359,6 +359,57 @@ describe('tokens', () => {
         await page.getByRole('button', { name: 'Forget token' }).click();
         await page.getByRole('button', { name: 'Cancel' }).click();
         await page.getByText('This server asks for a token.').waitFor();
+        await finish(page);
+    });
+});
+
+describe('cameras', () => {
+    let server;
+    let browser;
+    before(async () => {
+        server = await serve();
+        browser = await browse();
+    });
+    after(async () => {
+        await browser?.close();
+        await server?.stop();
+    });
+
+    test('another one can be chosen, and none stays on', async () => {
+        const page = await open(browser, server, { hash: '#live' });
+        await page.evaluate(() => {
+            window.tracks = [];
+            const start = navigator.mediaDevices.getUserMedia.bind(navigator.mediaDevices);
+            navigator.mediaDevices.getUserMedia = async (wanted) => {
+                const stream = await start(wanted);
+                window.tracks.push(...stream.getTracks());
+                return stream;
+            };
+        });
+        const tracks = () => page.evaluate(() => window.tracks.map((track) => [track.label, track.readyState]));
+        await page.getByRole('button', { name: 'Start the camera' }).click();
+        const camera = page.getByRole('combobox', { name: 'Camera' });
+        const other = (await camera.locator('option:not(:checked)').innerText()).trim();
+        await camera.selectOption(other);
+        await page.waitForFunction(() => window.tracks.length === 2);
+        await page.waitForResponse('**/v1/identify');
+        assert.deepEqual((await tracks())[1], [other, 'live']);
+        await page.getByRole('link', { name: 'People' }).click();
+        await page.getByRole('link', { name: 'Live' }).click();
+        await page.getByRole('button', { name: 'Start the camera' }).click();
+        await page.getByRole('link', { name: 'People' }).click(); // before it has started
+        await page.waitForFunction(() => window.tracks.length === 3);
+        assert.deepEqual((await tracks()).map(([, state]) => state), ['ended', 'ended', 'ended']);
+        await finish(page);
+    });
+
+    test('a camera that is not allowed is explained', async () => {
+        const page = await open(browser, server, { hash: '#live' });
+        await page.evaluate(() => {
+            navigator.mediaDevices.getUserMedia = () => Promise.reject(new DOMException('', 'NotAllowedError'));
+        });
+        await page.getByRole('button', { name: 'Start the camera' }).click();
+        await page.getByText('The browser was not allowed to use the camera.').waitFor();
         await finish(page);
     });
 });
