@@ -45,7 +45,7 @@ finish() {
 }
 
 sources() {
-    find include src kit cli postgresql python tests bench examples -name '*.cpp' -o -name '*.hpp' -o -name '*.h' -o -name '*.c'
+    find include src kit service cli postgresql python tests bench examples -name '*.cpp' -o -name '*.hpp' -o -name '*.h' -o -name '*.c'
 }
 
 check_format() {

@@ -26,8 +26,10 @@ void addInspectCommand(CLI::App& app, Action& action);
 void addMatchCommand(CLI::App& app, Action& action);
 void addNetworksCommand(CLI::App& app, Action& action);
 /** A subcommand of the gallery command. */
+void addServeCommand(CLI::App& app, Action& action);
 void addShardCommand(CLI::App& galleryCommand, Action& action);
 void addTemplateCommand(CLI::App& app, Action& action);
+void addTokenCommand(CLI::App& app, Action& action);
 void addVersionCommand(CLI::App& app, Action& action);
 void addWatchCommand(CLI::App& app, Action& action);
 

@@ -44,7 +44,13 @@ ExitCode run(const std::vector<std::string>& words) {
     veldan::cli::addInspectCommand(app, action);
     veldan::cli::addMatchCommand(app, action);
     veldan::cli::addNetworksCommand(app, action);
+#ifdef VELDAN_WITH_SERVICE
+    veldan::cli::addServeCommand(app, action);
+#endif
     veldan::cli::addTemplateCommand(app, action);
+#ifdef VELDAN_WITH_SERVICE
+    veldan::cli::addTokenCommand(app, action);
+#endif
     veldan::cli::addVersionCommand(app, action);
     veldan::cli::addWatchCommand(app, action);
     app.add_subcommand("help-tree", "Print the help of all commands as JSON, for manual pages and completions")

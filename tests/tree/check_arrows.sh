@@ -1,6 +1,6 @@
 #!/bin/sh
 # usage: check_arrows.sh SOURCE_TREE
-# Who may include what: cli, python -> kit -> include/veldan, and src -> include/veldan. Within kit a room knows those before
+# Who may include what: cli -> service -> kit, python -> kit -> include/veldan, and src -> include/veldan. Within kit a room knows those before
 # it, within src the instance knows the engines, and these what they share.
 set -eu
 export LC_ALL=C
@@ -43,12 +43,14 @@ own() {
 
 own src src
 own kit kit
-own cli cli kit
+own service service kit
+own cli cli kit service
 own python/src python/src kit
 own postgresql postgresql src
 own include/veldan include/veldan
 refuse "public headers know none of ours but each other" '"' include/veldan
-refuse "the library and the kit do not know the command's options" 'CLI/' include src kit
+refuse "only the command knows its options" 'CLI/' include src kit service
+refuse "only the service knows HTTP" '(httplib|openssl/ssl)' include src kit cli
 refuse "stored networks and image tools stand by themselves" '(api|align|attr|detect|engine|recog)/' src/models src/tool
 refuse "what engines share knows no engine" '(api|align|attr|detect|models|recog)/' src/engine
 refuse "engines know each other only where a face is aligned" '(api|attr|detect|models|recog)/' src/align
@@ -56,7 +58,7 @@ refuse "engines know each other only where a face is aligned" '(api|detect|model
 refuse "engines know each other only where a face is aligned" '(api|attr|detect|models)/' src/recog
 refuse "the detector knows no other engine" '(api|align|attr|models|recog)/' src/detect
 refuse "only a gallery knows how it is kept" 'sqlite3|SQLiteCpp|libpq' \
-    include src cli kit/report kit/system kit/photo kit/video
+    include src cli service kit/report kit/system kit/photo kit/video
 refuse "the server loads the extension, and not OpenCV with it" '(api|align|attr|detect)/|opencv2/' postgresql
 refuse "reports know no other room" '(system|photo|gallery|video)/' kit/report
 refuse "files and threads know reports only" '(photo|gallery|video)/' kit/system
@@ -64,7 +66,7 @@ refuse "photos know neither galleries nor videos" '(gallery|video)/' kit/photo
 refuse "galleries and videos do not know each other" 'video/' kit/gallery
 refuse "galleries and videos do not know each other" 'gallery/' kit/video
 # Whoever is above the public C++ interface uses it, and not the engines that an instance owns.
-if grep -rnE --include='*.hpp' --include='*.cpp' 'VdFaceAPI *[&*>]|void *\* *handle' cli kit; then
+if grep -rnE --include='*.hpp' --include='*.cpp' 'VdFaceAPI *[&*>]|void *\* *handle' cli service kit; then
     echo "^ veldan::Instance serves there"
     status=1
 fi

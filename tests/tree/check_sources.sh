@@ -7,7 +7,7 @@ cd "$1"
 
 status=0
 sources() {
-    find include src kit cli postgresql tests bench examples cmake training scripts -type f \
+    find include src kit service cli postgresql tests bench examples cmake training scripts -type f \
         \( -name '*.h' -o -name '*.hpp' -o -name '*.c' -o -name '*.cpp' -o -name '*.cmake' -o -name 'CMakeLists.txt' \
         -o -name '*.py' -o -name '*.sh' -o -name '*.map' -o -name '*.in' \) -not -path 'training/work/*' 2>/dev/null
 }
