@@ -1,8 +1,7 @@
 # cmake -DFOLDER=... -DOUTPUT=... -P embed_page.cmake
 # Writes the files of a folder as arrays, each with its path and media type.
-set(types html "text/html; charset=utf-8" css "text/css; charset=utf-8" js "text/javascript; charset=utf-8"
-    mjs "text/javascript; charset=utf-8" svg "image/svg+xml" png "image/png" json "application/json" txt "text/plain"
-    webmanifest "application/manifest+json" ico "image/x-icon")
+set(types html text/html css text/css js text/javascript mjs text/javascript svg image/svg+xml png image/png json application/json txt
+    text/plain webmanifest application/manifest+json ico image/x-icon)
 file(GLOB_RECURSE files RELATIVE ${FOLDER} ${FOLDER}/*)
 set(arrays "")
 set(rows "")
@@ -17,6 +16,9 @@ foreach(name IN LISTS files)
     endif()
     math(EXPR place "${place} + 1")
     list(GET types ${place} type)
+    if(type MATCHES "^text/")
+        string(APPEND type "; charset=utf-8")
+    endif()
     file(READ ${FOLDER}/${name} bytes HEX)
     string(REGEX REPLACE "([0-9a-f][0-9a-f])" "0x\\1," bytes "${bytes}")
     string(APPEND arrays "constexpr unsigned char pageFile${number}[] = {${bytes}0};\n")
