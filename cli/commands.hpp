@@ -25,8 +25,8 @@ void addIdentifyCommand(CLI::App& app, Action& action);
 void addInspectCommand(CLI::App& app, Action& action);
 void addMatchCommand(CLI::App& app, Action& action);
 void addNetworksCommand(CLI::App& app, Action& action);
-/** A subcommand of the gallery command. */
 void addServeCommand(CLI::App& app, Action& action);
+/** A subcommand of the gallery command. */
 void addShardCommand(CLI::App& galleryCommand, Action& action);
 void addTemplateCommand(CLI::App& app, Action& action);
 void addTokenCommand(CLI::App& app, Action& action);
