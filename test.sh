@@ -1,8 +1,8 @@
 #!/bin/bash
 # usage: ./test.sh [--all]
 # Installs what is missing, builds the library, the command, the Python package and the tests, and runs the tests. --all
-# adds what takes longer: the measuring programs, Python's long tests, the trainer, format, flake8, clang-tidy and the
-# sanitizers.
+# adds what takes longer: the measuring programs, Python's long tests, the page of the service in a browser, the trainer,
+# format, flake8, clang-tidy and the sanitizers.
 set -uo pipefail
 cd "$(dirname "$0")" || exit
 
@@ -86,6 +86,7 @@ step "format" check_format
 step "build" build release -DVELDAN_BENCH=ON -DVELDAN_PYTHON=ON || finish
 step "tests" ctest --preset release --parallel "$jobs"
 step "the Python package's long tests" ctest --preset release -C slow -L python-slow
+step "the page of the service in Chromium" ctest --preset release -C slow -L browser
 step "the trainer's tests" check_training
 step "flake8" flake8
 step "clang-tidy" scripts/tidy.sh

@@ -466,13 +466,22 @@ describe('screens', () => {
         await screenshot(page, `${name}-live`, { fullPage: true });
     };
 
-    test('a phone 360 pixels wide shows everything without scrolling sideways', async () => {
+    test('a phone 360 pixels wide shows everything, named and large enough, without scrolling sideways', async () => {
         const page = await open(browser, server, { viewport: { width: 360, height: 740 }, deviceScaleFactor: 2, hasTouch: true });
         await tour(page, 'phone', async (view) => {
             const wide = await page.evaluate(() => [document.documentElement.scrollWidth, ...[...document.querySelectorAll('main *, dialog *')]
                 .filter((element) => element.checkVisibility() && !element.closest('.visually-hidden') && element.getBoundingClientRect().right > 360.5)
                 .map((element) => element.outerHTML.slice(0, 80))]);
             assert.deepEqual(wide, [360], view);
+            const awkward = await page.evaluate(() => [...document.querySelectorAll('a, button, input, select, canvas:not([aria-hidden]), video')]
+                .filter((element) => element.checkVisibility() && !element.closest('[aria-hidden]'))
+                .filter((element) => {
+                    const name = element.getAttribute('aria-label') || element.labels?.[0]?.textContent || element.textContent.trim();
+                    const target = (element.type === 'file' ? element.parentElement : element).getBoundingClientRect();
+                    return !name || (element.matches('a, button, input, select') && !element.closest('p') && Math.min(target.width, target.height) < 20);
+                }).map((element) => element.outerHTML.slice(0, 120)));
+            assert.deepEqual(awkward, [], `${view}: names and targets`);
+            assert.equal(await page.locator('h1:visible').count(), 1);
         });
         await finish(page);
     });
