@@ -1,5 +1,7 @@
 #include "commands.hpp"
+#include "gallery/copy.hpp"
 #include "gallery/exchange.hpp"
+#include "gallery/feature_matrix.hpp"
 #include "gallery/listing.hpp"
 #include "gallery/location.hpp"
 #include "gallery/photo_choice.hpp"
@@ -10,6 +12,7 @@
 #include "options.hpp"
 #include "report/messages.hpp"
 #include "report/printable.hpp"
+#include "report/progress.hpp"
 #include "report/text.hpp"
 #include "system/file_bytes.hpp"
 
@@ -20,6 +23,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -38,7 +42,11 @@ struct GalleryOptions {
     std::string person;
     std::string other;    ///< for that person
     std::string location; ///< of a gallery, as an argument
+    std::string target;
     std::string file;
+    std::string format = "json";
+    std::string kind = "bare";
+    std::optional<bool> progress;
     bool json = false;
 };
 
@@ -196,7 +204,63 @@ ExitCode initGallery(const GalleryOptions& options) {
     return ExitCode::Success;
 }
 
+ExitCode copyGallery(const GalleryOptions& options) {
+    std::error_code error;
+    if (options.location == options.target || std::filesystem::equivalent(options.location, options.target, error))
+        throw CommandError(ExitCode::Usage, "a gallery cannot be copied into itself");
+    GalleryStore from(options.location, Access::Read);
+    noteOtherNetworks(from);
+    GalleryStore to(options.target, Access::Create);
+    Progress progress(from.size().photos, options.progress);
+    const CopiedGallery copied = kit::copyGallery(from, to, [&](std::size_t photos) {
+        for (std::size_t i = 0; i < photos; ++i)
+            progress.done(to.name());
+    });
+    progress.end();
+    if (options.json) {
+        Json refused = Json::array();
+        for (const Unusable& photo : copied.unusable)
+            refused.push_back({{"photo", photo.what}, {"message", photo.reason}});
+        std::cout << written({{"version", VELDAN_VERSION},
+                              {"from", from.name()},
+                              {"to", to.name()},
+                              {"summary",
+                               {{"copied", copied.added},
+                                {"repaired", copied.repaired},
+                                {"unchanged", copied.unchanged},
+                                {"refused", copied.unusable.size()}}},
+                              {"refused", refused}})
+                  << '\n';
+    } else {
+        std::cout << photoCount(copied.added) << " copied, ";
+        if (copied.repaired > 0)
+            std::cout << copied.repaired << " repaired, ";
+        std::cout << copied.unchanged << " there before, " << copied.unusable.size() << " refused\n";
+    }
+    for (const Unusable& photo : copied.unusable)
+        tellUser(from.name() + ": not copied: " + photo.what + ": " + photo.reason);
+    return copied.unusable.empty() ? ExitCode::Success : ExitCode::Gallery;
+}
+
+ExitCode exportFeatures(const GalleryOptions& options) {
+    if (options.file == "-")
+        throw CommandError(ExitCode::Usage, "--format npy: writes two files, so FILE is a name");
+    std::error_code error;
+    if (std::filesystem::equivalent(options.file, options.gallery, error))
+        throw CommandError(ExitCode::NotWritten, options.file + ": this would overwrite the gallery");
+    GalleryStore store(options.gallery, Access::Read);
+    const WrittenFeatures written =
+        writeFeatures(store, options.kind == "masked" ? Kind::Masked : Kind::Bare, options.file);
+    std::cout << printable(options.file) << ": features of " << photoCount(written.rows) << ", whose they are is in "
+              << printable(written.rowFile) << '\n';
+    for (const Unusable& photo : written.unusable)
+        tellUser(store.name() + ": not exported: " + photo.what + ": " + photo.reason);
+    return written.unusable.empty() ? ExitCode::Success : ExitCode::Gallery;
+}
+
 ExitCode exportGallery(const GalleryOptions& options) {
+    if (options.format == "npy")
+        return exportFeatures(options);
     GalleryStore store(options.gallery, Access::Read);
     std::vector<Unusable> unusable;
     const Json document = exportedGallery(store, unusable);
@@ -256,8 +320,8 @@ ExitCode importGallery(const GalleryOptions& options) {
 } // namespace
 
 void addGalleryCommand(CLI::App& app, Action& action) {
-    CLI::App* command =
-        app.add_subcommand("gallery", "List, show, remove, rename, merge, export and import the persons of a gallery");
+    CLI::App* command = app.add_subcommand(
+        "gallery", "List, show, remove, rename, merge, copy, export and import the persons of a gallery");
     command->require_subcommand(1);
     // Before the subcommands, which take it over.
     command->footer(
@@ -273,6 +337,9 @@ void addGalleryCommand(CLI::App& app, Action& action) {
         "  veldan gallery merge --gallery staff.db \"A. Lovelace\" \"Ada Lovelace\"\n"
         "  veldan gallery export --gallery staff.db staff.json\n"
         "  veldan gallery import --gallery other.db staff.json\n"
+        "  veldan gallery init postgresql://host/people\n"
+        "  veldan gallery copy staff.db postgresql://host/people\n"
+        "  veldan gallery export --gallery staff.db --format npy staff.npy\n"
         "  veldan gallery export --gallery staff.db - | ssh host veldan gallery import --gallery staff.db -\n");
     const auto options = std::make_shared<GalleryOptions>();
     const auto add = [&](const char* name, const char* help, ExitCode (*run)(const GalleryOptions&)) {
@@ -316,7 +383,32 @@ void addGalleryCommand(CLI::App& app, Action& action) {
     addTwoPersons("merge", "Make two persons one", mergePersons, "INTO",
                   "Another person, who gets the photos; the name stays");
 
-    CLI::App* exporting = add("export", "Write all persons to a JSON file", exportGallery);
+    CLI::App* copying = command->add_subcommand(
+        "copy", "Add the persons of a gallery to another one: from a file to a server, or back");
+    copying->add_option("FROM", options->location, "The gallery: a file, or postgresql://HOST/DATABASE")
+        ->required()
+        ->type_name("");
+    copying->add_option("TO", options->target, "The other one; a file is created when there is none")
+        ->required()
+        ->type_name("");
+    copying->add_flag_function(
+        "--progress,!--no-progress", [options](std::int64_t count) { options->progress = count > 0; },
+        "Show how far the work has come; by default when standard error is a terminal");
+    addJsonFlag(*copying, options->json);
+    copying->callback([options, &action] { action = [options] { return copyGallery(*options); }; });
+
+    CLI::App* exporting = add("export", "Write all persons to a file", exportGallery);
+    exporting
+        ->add_option("--format", options->format,
+                     "json: all of them, for import; npy: the features as a matrix for NumPy and search libraries, "
+                     "and beside it a .jsonl that says whose they are")
+        ->type_name("FORMAT")
+        ->check(CLI::IsMember({"json", "npy"}))
+        ->capture_default_str();
+    exporting->add_option("--kind", options->kind, "Which features are in the matrix: bare or masked")
+        ->type_name("KIND")
+        ->check(CLI::IsMember({"bare", "masked"}))
+        ->capture_default_str();
     exporting->add_option("FILE", options->file, "The file; - is the standard output")->required()->type_name("");
 
     CLI::App* importing =
