@@ -87,6 +87,7 @@ step "build" build release -DVELDAN_BENCH=ON -DVELDAN_PYTHON=ON || finish
 step "tests" ctest --preset release --parallel "$jobs"
 step "the Python package's long tests" ctest --preset release -C slow -L python-slow
 step "the page of the service in Chromium" ctest --preset release -C slow -L browser
+step "the PostgreSQL extension on servers" ctest --preset release -C slow -L postgresql-slow
 step "the trainer's tests" check_training
 step "flake8" flake8
 step "clang-tidy" scripts/tidy.sh

@@ -34,6 +34,7 @@ image_decode) options="-max_len=65536 -timeout=20 -close_fd_mask=2" ;;
 frames) options="-max_len=64 -timeout=60" ;;
 network_loading) options="-max_len=4096 -timeout=60 -close_fd_mask=2" ;;
 bmp_to_raw | gallery_exchange | gallery_file | orientation) options="-max_len=4096" ;;
+template_text) options="-max_len=1100" ;;
 *) options="-max_len=640" ;;
 esac
 

@@ -13,6 +13,7 @@ const std::vector<Target>& targets() {
         {"network_loading", networkLoading},
         {"stored_network", storedNetwork},
         {"template", featureTemplate},
+        {"template_text", templateText},
     };
     return all;
 }

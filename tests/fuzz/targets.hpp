@@ -23,6 +23,7 @@ void base64(const std::uint8_t* data, std::size_t size);
 void storedNetwork(const std::uint8_t* data, std::size_t size);
 void networkLoading(const std::uint8_t* data, std::size_t size);
 void featureTemplate(const std::uint8_t* data, std::size_t size);
+void templateText(const std::uint8_t* data, std::size_t size);
 void gallerySearch(const std::uint8_t* data, std::size_t size);
 void maxFaceRecog(const std::uint8_t* data, std::size_t size);
 void frames(const std::uint8_t* data, std::size_t size);
