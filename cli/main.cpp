@@ -52,7 +52,9 @@ ExitCode run(const std::vector<std::string>& words) {
     veldan::cli::addTokenCommand(app, action);
 #endif
     veldan::cli::addVersionCommand(app, action);
+#ifdef VELDAN_WITH_VIDEO
     veldan::cli::addWatchCommand(app, action);
+#endif
     app.add_subcommand("help-tree", "Print the help of all commands as JSON, for manual pages and completions")
         ->group("")
         ->callback([&] {
