@@ -7,7 +7,9 @@ install(TARGETS veldan EXPORT veldan-targets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/veldan DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
     COMPONENT development)
-install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+if(NOT VELDAN_PACKAGE) # packages have a copyright file instead
+    install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+endif()
 
 install(EXPORT veldan-targets NAMESPACE veldan:: DESTINATION ${veldan_package_dir} COMPONENT development)
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/veldan-config.cmake.in

@@ -2,7 +2,8 @@
 # usage: scripts/fresh_debian.sh COMMAND [ARGUMENT...]
 # Runs a command of this tree, such as ./demo.sh or ./test.sh, on a copy of the committed tree in a Debian 12 that has
 # nothing but its base packages, and tells how long it took. As root, for chroot. DEBIAN_MIRROR names another mirror;
-# FRESH_DEBIAN a folder for the base system, which is made there once and copied for each run.
+# FRESH_DEBIAN a folder for the base system, which is made there once and copied for each run; FRESH_FILES a folder that the
+# command finds as /files.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -25,6 +26,9 @@ cp -L /etc/resolv.conf "$root/etc/resolv.conf"
 mount -t proc proc "$root/proc" # of devices, those that the base system has are enough
 mkdir "$root/veldan"
 git archive HEAD | tar -x -C "$root/veldan"
+if [ -n "${FRESH_FILES:-}" ]; then
+    cp -r "$FRESH_FILES" "$root/files"
+fi
 
 start=$SECONDS
 status=0
