@@ -1,6 +1,7 @@
 #include "recog/gallery_kernels.hpp"
 
 #include "engine/rounding.hpp"
+#include "recog/gallery_kernel_neon.hpp"
 #include "recog/gallery_search.hpp"
 
 #include <algorithm>
@@ -87,6 +88,8 @@ GalleryKernel fastestGalleryKernel() {
         return avx512Kernel;
     if (runsAvx2())
         return avx2Kernel;
+#elif VELDAN_NEON_KERNEL
+    return neonKernel;
 #endif
     return portableKernel;
 }
@@ -98,6 +101,8 @@ std::vector<GalleryKernel> galleryKernels() {
         kernels.push_back(avx512Kernel);
     if (runsAvx2())
         kernels.push_back(avx2Kernel);
+#elif VELDAN_NEON_KERNEL
+    kernels.push_back(neonKernel);
 #endif
     kernels.push_back(portableKernel);
     return kernels;
