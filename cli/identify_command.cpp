@@ -48,13 +48,12 @@ Photo drawn(Photo& photo, const std::vector<IdentifiedFace>& faces) {
 class Identification {
 public:
     explicit Identification(const IdentifyOptions& options)
-        : options_(options), photos_(options.photos), gallery_(galleryToSearch(options.gallery, "nobody is enrolled")) {
-    }
+        : options_(options), photos_(options.photos), gallery_(options.gallery, "nobody is enrolled") {}
 
     ExitCode run() {
         return photos_.forEach({[this](PhotoTask& task) { process(task); }, {}}, {}, [this](Json& document) {
             document["gallery"] = {
-                {"file", options_.gallery}, {"persons", gallery_.names.size()}, {"damaged", gallery_.damaged}};
+                {"file", gallery_.name()}, {"persons", gallery_.persons()}, {"damaged", gallery_.damaged()}};
             document["thresholds"] = {{"bare", options_.search.threshold}, {"masked", options_.search.maskThreshold}};
             // The same in percent, for programs written when there was nothing else.
             document["threshold"] = percent(options_.search.threshold);
@@ -77,7 +76,7 @@ private:
     }
 
     void processTemplate(PhotoTask& task, const TemplateOfKind& probe) {
-        const Identity identity = identify(task.api().instance(), gallery_, probe.bytes, probe.kind, options_.search);
+        const Identity identity = gallery_.identify(task.api().instance(), probe.bytes, probe.kind, options_.search);
         task.set("template", kindName(probe.kind));
         task.set("faces", Json::array());
         task.tell(task.path() + ": template of a " + kindName(probe.kind) + " face");
@@ -85,7 +84,12 @@ private:
     }
 
     void processPhoto(PhotoTask& task, Photo photo) {
-        const auto [faces, milliseconds] = identifyFaces(task.api(), gallery_, photo, options_.search);
+        const auto [faces, milliseconds] = identifyFaces(
+            task.api(),
+            [this](Instance& instance, const Template& probe, Kind kind) {
+                return gallery_.identify(instance, probe, kind, options_.search);
+            },
+            photo);
         task.addFaceCount(photo, faces.size(), milliseconds);
         for (const IdentifiedFace& face : faces)
             addFace(task, identityJson(face), identityText(face), face.identity);
@@ -95,13 +99,13 @@ private:
 
     void addFace(PhotoTask& task, Json json, const std::string& text, const Identity& identity) {
         if (options_.search.top > 0)
-            json["candidates"] = candidatesJson(identity, gallery_);
-        task.addFace(std::move(json), text + candidatesText(identity, gallery_));
+            json["candidates"] = candidatesJson(identity);
+        task.addFace(std::move(json), text + candidatesText(identity));
     }
 
     const IdentifyOptions& options_;
     PhotoRun photos_;
-    SearchableGallery gallery_;
+    GalleryToSearch gallery_;
 };
 
 } // namespace

@@ -1,5 +1,5 @@
 #include "commands.hpp"
-#include "gallery/store.hpp"
+#include "gallery/live_gallery.hpp"
 #include "gallery_to_search.hpp"
 #include "options.hpp"
 #include "photo/annotate.hpp"
@@ -63,10 +63,9 @@ void refuseOverwriting(const WatchOptions& options) {
 class Watch {
 public:
     explicit Watch(const WatchOptions& options)
-        : options_(options),
-          gallery_(galleryToSearch(options.gallery, "nobody is enrolled, so everybody will be a stranger")),
-          api_(static_cast<int>(gallery_.names.size())), tracker_(api_.instance()), events_(options.grace),
-          source_(options.source) {
+        : options_(options), gallery_(options.gallery), api_(static_cast<int>(gallery_.capacity())),
+          tracker_(api_.instance()), events_(options.grace), source_(options.source) {
+        tellAbout(gallery_.gallery(), gallery_.name(), "nobody is enrolled, so everybody will be a stranger");
         if (options.record.empty())
             return;
         refuseOverwriting(options);
@@ -82,6 +81,7 @@ public:
         while (!stopRequested() && !enough() && source_.next(frame, stopRequested)) {
             ++frames_;
             last_ = frame.moment;
+            gallery_.follow();
             process(frame);
         }
         const bool lost = source_.kind() == VideoSource::Kind::Camera && !stopRequested() && !enough();
@@ -119,8 +119,9 @@ private:
             tracker_.next(viewOf(picture));
             if (options_.liveness)
                 tracker_.judgeLiveness(viewOf(picture));
-            return tracker_.search(viewOf(picture), gallery_.bare, gallery_.masked, wholePercent(options_.threshold),
-                                   wholePercent(options_.maskThreshold), options_.quality);
+            return tracker_.search(viewOf(picture), gallery_.gallery().bare, gallery_.gallery().masked,
+                                   wholePercent(options_.threshold), wholePercent(options_.maskThreshold),
+                                   options_.quality);
         } catch (const Error& error) {
             throw CommandError(error.code() == VD_ERR_IMAGE_TOO_SMALL ? ExitCode::TooSmall : ExitCode::Library,
                                options_.source + ": " + error.what());
@@ -129,7 +130,7 @@ private:
 
     std::string personName(int searchId) const {
         const auto index = static_cast<std::size_t>(searchId);
-        return searchId >= 0 && index < gallery_.names.size() ? gallery_.names[index] : "";
+        return searchId >= 0 && index < gallery_.gallery().names.size() ? gallery_.gallery().names[index] : "";
     }
 
     void report(const TrackEvent& event) {
@@ -204,7 +205,7 @@ private:
     }
 
     const WatchOptions& options_;
-    SearchableGallery gallery_;
+    LiveGallery gallery_;
     FaceApi api_;
     Tracker tracker_;
     TrackEvents events_;

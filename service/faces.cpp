@@ -159,7 +159,7 @@ Answer identifyFaces(Call& call) {
         document["thresholds"] = {{"bare", search.threshold}, {"masked", search.maskThreshold}};
         const auto add = [&](Json face, const kit::Identity& identity) {
             if (search.top > 0)
-                face["candidates"] = kit::candidatesJson(identity, *gallery);
+                face["candidates"] = kit::candidatesJson(identity);
             putFace(call, entry, std::move(face));
         };
         const Upload& upload = onlyUpload(call);

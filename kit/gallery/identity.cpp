@@ -6,6 +6,7 @@
 #include "report/printable.hpp"
 #include "report/text.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <fmt/format.h>
 
@@ -14,7 +15,7 @@ namespace veldan::kit {
 namespace {
 
 void put(Json& json, const Identity& identity) {
-    json["name"] = identity.name == nullptr ? Json() : Json(*identity.name);
+    json["name"] = !identity.name ? Json() : Json(*identity.name);
     json["similarity"] = identity.similarity;
     json["kind"] = kindName(identity.kind);
 }
@@ -31,17 +32,44 @@ Identity identify(Instance& instance, const SearchableGallery& gallery, const Te
                                  : instance.identify(gallery.bare, probe, static_cast<float>(search.threshold));
         result.similarity = similarity;
         if (person >= 0)
-            result.name = &gallery.names[static_cast<std::size_t>(person)];
+            result.name = gallery.names[static_cast<std::size_t>(person)];
         if (search.top > 0)
-            result.candidates = nearestCandidates(instance, gallery, probe, kind, search.top);
+            for (const Candidate& candidate : nearestCandidates(instance, gallery, probe, kind, search.top))
+                result.candidates.push_back(
+                    {gallery.names[candidate.person], gallery.origins[candidate.photo], candidate.similarity});
     } catch (const Error& error) {
         throw CommandError(ExitCode::Library, error.what());
     }
     return result;
 }
 
+Identity identify(GalleryStore& store, const Template& probe, Kind kind, const IdentitySearch& search) {
+    Identity result;
+    result.kind = kind;
+    std::vector<NearestPerson> nearest = store.nearest(probe, kind, std::max<std::size_t>(search.top, 1));
+    // What rounds to nothing is nobody, as the library's search has it.
+    if (!nearest.empty() && static_cast<int>(100 * nearest.front().similarity) > 0) {
+        result.similarity = nearest.front().similarity;
+        const double threshold = kind == Kind::Masked ? search.maskThreshold : search.threshold;
+        if (result.similarity >= static_cast<float>(threshold))
+            result.name = nearest.front().name;
+    }
+    if (search.top > 0)
+        result.candidates = std::move(nearest);
+    return result;
+}
+
 IdentifiedFaces identifyFaces(FaceApi& api, const SearchableGallery& gallery, Photo& photo,
                               const IdentitySearch& search) {
+    return identifyFaces(
+        api,
+        [&](Instance& instance, const Template& probe, Kind kind) {
+            return identify(instance, gallery, probe, kind, search);
+        },
+        photo);
+}
+
+IdentifiedFaces identifyFaces(FaceApi& api, const Identify& identify, Photo& photo) {
     const FaceApi::Detection detection = api.detect(photo);
     const auto start = std::chrono::steady_clock::now();
     Instance& instance = api.instance();
@@ -49,8 +77,7 @@ IdentifiedFaces identifyFaces(FaceApi& api, const SearchableGallery& gallery, Ph
     result.faces.reserve(detection.faces.size());
     for (const JudgedFace& face : judge(instance, photo, detection.faces, Light::Visible)) {
         const Kind kind = face.masked ? Kind::Masked : Kind::Bare;
-        result.faces.push_back(
-            {face, identify(instance, gallery, templateOf(instance, photo, face, kind), kind, search)});
+        result.faces.push_back({face, identify(instance, templateOf(instance, photo, face, kind), kind)});
     }
     const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
     result.milliseconds = detection.milliseconds + elapsed.count();
@@ -58,7 +85,7 @@ IdentifiedFaces identifyFaces(FaceApi& api, const SearchableGallery& gallery, Ph
 }
 
 std::string nameText(const Identity& identity) {
-    return identity.name == nullptr ? "unknown" : *identity.name;
+    return identity.name.value_or("unknown");
 }
 
 std::string identityText(const Identity& identity) {
@@ -72,15 +99,13 @@ std::string identityText(const IdentifiedFace& identified) {
                        face.record.liveness, boxText(face.record));
 }
 
-std::string candidatesText(const Identity& identity, const SearchableGallery& gallery) {
+std::string candidatesText(const Identity& identity) {
     std::string text;
     std::size_t rank = 0;
-    for (const Candidate& candidate : identity.candidates) {
-        const PhotoOrigin& origin = gallery.origins[candidate.photo];
-        text += fmt::format("\n      {}. {}  {}  to {} ({})", ++rank, printable(gallery.names[candidate.person]),
-                            similarityText(static_cast<double>(candidate.similarity)), printable(origin.source),
-                            printable(shortDigest(origin.digest)));
-    }
+    for (const NearestPerson& candidate : identity.candidates)
+        text += fmt::format("\n      {}. {}  {}  to {} ({})", ++rank, printable(candidate.name),
+                            similarityText(static_cast<double>(candidate.similarity)),
+                            printable(candidate.photo.source), printable(shortDigest(candidate.photo.digest)));
     return text;
 }
 
@@ -102,15 +127,13 @@ Json identityJson(const IdentifiedFace& identified) {
     return json;
 }
 
-Json candidatesJson(const Identity& identity, const SearchableGallery& gallery) {
+Json candidatesJson(const Identity& identity) {
     Json candidates = Json::array();
-    for (const Candidate& candidate : identity.candidates) {
-        const PhotoOrigin& origin = gallery.origins[candidate.photo];
-        candidates.push_back({{"name", gallery.names[candidate.person]},
+    for (const NearestPerson& candidate : identity.candidates)
+        candidates.push_back({{"name", candidate.name},
                               {"similarity", candidate.similarity},
-                              {"photo", origin.source},
-                              {"digest", origin.digest}});
-    }
+                              {"photo", candidate.photo.source},
+                              {"digest", candidate.photo.digest}});
     return candidates;
 }
 

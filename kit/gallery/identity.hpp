@@ -11,6 +11,8 @@
 #include <veldan/veldan.hpp>
 
 #include <cstddef>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,9 +28,9 @@ struct IdentitySearch {
 /** Who somebody is. */
 struct Identity {
     Kind kind = Kind::Bare;
-    float similarity = 0;              ///< of the most similar person, known or not
-    const std::string* name = nullptr; ///< one of the gallery's; null: unknown
-    std::vector<Candidate> candidates;
+    float similarity = 0;            ///< of the most similar person, known or not
+    std::optional<std::string> name; ///< nothing: unknown
+    std::vector<NearestPerson> candidates;
 };
 
 /** A face and who it is. */
@@ -41,11 +43,17 @@ struct IdentifiedFace {
 Identity identify(Instance& instance, const SearchableGallery& gallery, const Template& probe, Kind kind,
                   const IdentitySearch& search);
 
+/** The same in a gallery that is searched where it is, see GalleryStore::searches(). Throws CommandError. */
+Identity identify(GalleryStore& store, const Template& probe, Kind kind, const IdentitySearch& search);
+
 /** All faces of a photo, and how long the library took. Throws CommandError. */
 struct IdentifiedFaces {
     std::vector<IdentifiedFace> faces;
     double milliseconds = 0;
 };
+/** Says whose a template is. */
+using Identify = std::function<Identity(Instance& instance, const Template& probe, Kind kind)>;
+IdentifiedFaces identifyFaces(FaceApi& api, const Identify& identify, Photo& photo);
 IdentifiedFaces identifyFaces(FaceApi& api, const SearchableGallery& gallery, Photo& photo,
                               const IdentitySearch& search);
 
@@ -56,14 +64,14 @@ std::string nameText(const Identity& identity);
 ///@{
 std::string identityText(const Identity& identity);
 std::string identityText(const IdentifiedFace& identified);
-std::string candidatesText(const Identity& identity, const SearchableGallery& gallery);
+std::string candidatesText(const Identity& identity);
 ///@}
 
 /** @name The same as objects; candidates are an array */
 ///@{
 Json identityJson(const Identity& identity);
 Json identityJson(const IdentifiedFace& identified);
-Json candidatesJson(const Identity& identity, const SearchableGallery& gallery);
+Json candidatesJson(const Identity& identity);
 ///@}
 
 } // namespace veldan::kit

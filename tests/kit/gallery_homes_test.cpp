@@ -1,4 +1,6 @@
 #include "gallery/candidate_search.hpp"
+#include "gallery/copy.hpp"
+#include "gallery/live_gallery.hpp"
 #include "gallery/location.hpp"
 #include "gallery/store.hpp"
 #include "report/exit_codes.hpp"
@@ -204,6 +206,47 @@ TEST_P(GalleryHomes, TellWhetherSomethingChanged) {
     for (int i = 0; i < 500 && !(changed = first.changed()); ++i)
         ::usleep(10000);
     EXPECT_TRUE(changed);
+}
+
+// Faces that are being followed carry the index of their person.
+TEST_P(GalleryHomes, AreFollowedWithPersonsInTheirPlaces) {
+    GalleryStore store = open();
+    store.add({{"Ada", photoOf(1)}, {"Bela", photoOf(2)}, {"Carl", photoOf(3)}, {"Carl", photoOf(4)}});
+    veldan::kit::LiveGallery live(location);
+    const auto follow = [&](const std::vector<std::string>& names) {
+        for (int i = 0; i < 500 && live.gallery().names != names; ++i, live.follow())
+            ::usleep(10000);
+        EXPECT_EQ(live.gallery().names, names);
+        return std::vector<int>(live.gallery().bare.counts(), live.gallery().bare.counts() + names.size());
+    };
+    store.add({{"Dora", photoOf(5)}});
+    EXPECT_EQ(follow({"Ada", "Bela", "Carl", "Dora"}), (std::vector<int>{1, 1, 2, 1}));
+    store.removePerson("Bela");
+    store.renamePerson("Ada", "Eve");
+    EXPECT_EQ(follow({"Ada", "Bela", "Carl", "Dora", "Eve"}), (std::vector<int>{0, 0, 2, 1, 1}));
+    EXPECT_EQ(live.gallery().origins.at(2).source, photoOf(5).source);
+    veldan::Instance instance;
+    EXPECT_EQ(instance.identify(live.gallery().bare, photoOf(1).bare, 0.9F).first, 4);
+}
+
+TEST_P(GalleryHomes, AreCopiedAndCopiedOn) {
+    GalleryStore store = open();
+    store.add({{"Bela", photoOf(1)}, {"Ada", photoOf(2)}, {"Bela", photoOf(3)}});
+    const fs::path file = fs::temp_directory_path() / ("veldan-copy-" + std::to_string(::getpid()) + ".db");
+    {
+        GalleryStore copy(file.string(), GalleryStore::Access::Create);
+        copy.add({{"Bela", photoOf(1)}}); // as when it was broken off
+        std::size_t told = 0;
+        const auto done = veldan::kit::copyGallery(store, copy, [&](std::size_t photos) { told += photos; });
+        EXPECT_EQ(done.added, 2u);
+        EXPECT_EQ(done.unchanged, 1u);
+        EXPECT_EQ(told, 3u);
+        EXPECT_EQ(contentOf(copy), contentOf(store));
+        store.removePerson("Ada");
+        EXPECT_EQ(veldan::kit::copyGallery(copy, store, [](std::size_t) {}).added, 1u);
+        EXPECT_EQ(contentOf(copy), contentOf(store));
+    }
+    fs::remove(file);
 }
 
 TEST_P(GalleryHomes, LoseNobodyOfTwoWhoEnrolAtOnce) {
