@@ -129,7 +129,7 @@ export function peopleView(root) {
                         toast('The pictures were removed from this browser');
                         list();
                     },
-                }, 'Remove them')));
+                }, 'Remove kept pictures')));
     }
 
     async function one(name) {

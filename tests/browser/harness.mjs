@@ -59,7 +59,7 @@ export async function serve({ tokens = false } = {}) {
 
 /** A browser; `camera` is the video that its camera plays; without one there are two cameras with a test picture. */
 export function browse(camera = null) {
-    const flags = ['--no-sandbox', '--use-fake-ui-for-media-stream'];
+    const flags = ['--no-sandbox', '--disable-dev-shm-usage', '--use-fake-ui-for-media-stream'];
     if (camera) flags.push('--use-fake-device-for-media-stream', `--use-file-for-fake-video-capture=${made(camera)}`);
     else flags.push('--use-fake-device-for-media-stream=device-count=2');
     return chromium.launch({ executablePath: '/usr/bin/chromium', args: flags });

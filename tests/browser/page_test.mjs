@@ -71,7 +71,7 @@ describe('people come in by photo and by camera', () => {
         await page.getByLabel('Find a name').fill('ada');
         await page.getByText('1 person').waitFor();
         assert.deepEqual(await page.locator('.person-name').allInnerTexts(), [ada]);
-        await page.getByRole('button', { name: 'Remove them' }).click();
+        await page.getByRole('button', { name: 'Remove kept pictures' }).click();
         await page.getByText('2 people').waitFor();
         assert.deepEqual(await kept(), []);
         await finish(page);
