@@ -40,8 +40,8 @@ constexpr int mostRequestsOfConnection = 1000;
 constexpr std::size_t mostSleepers = 16; // answers held back after wrong tokens
 
 constexpr const char* contentSecurity =
-    "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' blob: data:; media-src 'self' blob:; "
-    "connect-src 'self'; manifest-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
+    "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; base-uri 'none'; "
+    "form-action 'none'; frame-ancestors 'none'";
 
 constexpr std::array<const char*, 7> methods = {"GET", "HEAD", "POST", "PATCH", "DELETE", "OPTIONS", "PUT"};
 

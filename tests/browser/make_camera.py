@@ -41,11 +41,11 @@ def main(photos, folder):
         cv2.imread(str(photos / f"{name}.webp")) for name in ("first-bare", "first-mask", "second-bare", "second-mask"))
     whole, half = HEIGHT, 420  # two people of the smaller height stand side by side
     write(folder / "enrol.y4m", [
-        (room(), 1.5),
-        (scene((first, 240, 320)), 1.5),
-        (scene((first, half, 160), (second, half, 480)), 1.5),
-        (scene((first_mask, whole, 320)), 1.5),
-        (scene((second, whole, 320)), 1.5),
+        (room(), 2),
+        (scene((first, 240, 320)), 2),
+        (scene((first, half, 160), (second, half, 480)), 2),
+        (scene((first_mask, whole, 320)), 2),
+        (scene((second, whole, 320)), 2),
         (scene((first, whole, 320)), 5),
     ])
     write(folder / "visitors.y4m", [
