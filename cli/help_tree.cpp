@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <regex>
 #include <string>
 
 namespace veldan::cli {
@@ -12,9 +13,14 @@ Json optionTree(const CLI::Option& option) {
     Json tree = {{"description", option.get_description()},
                  {"required", option.get_required()},
                  {"often", option.get_expected_max() > 1}};
-    // The type's name is followed by what the validators say: "N:INT in [0 - 100]".
-    const std::string type = option.get_type_name();
-    const std::size_t colon = type.find(':');
+    // The type's name is followed by what the validators say, as in "N:INT in [0 - 100]"; "ADDRESS:PORT" is a name.
+    static const std::regex validated("(.*):(\\w+ in .*|POSITIVE|NONNEGATIVE|DIR|FILE)");
+    std::smatch parts;
+    std::string type = option.get_type_name();
+    if (std::regex_match(type, parts, validated)) {
+        tree["range"] = parts.str(2);
+        type = parts.str(1);
+    }
     if (option.get_positional()) {
         tree["name"] = option.get_name(true);
     } else {
@@ -24,10 +30,8 @@ Json optionTree(const CLI::Option& option) {
         for (const std::string& name : option.get_lnames())
             tree["names"].push_back("--" + name);
         if (option.get_items_expected_max() > 0)
-            tree["value"] = type.substr(0, colon);
+            tree["value"] = type;
     }
-    if (colon != std::string::npos)
-        tree["range"] = type.substr(colon + 1);
     if (!option.get_default_str().empty())
         tree["default"] = option.get_default_str();
     return tree;

@@ -87,6 +87,11 @@ if(TARGET veldan_command)
         "This package contains the command, its manual pages and the completions of
 bash, zsh and fish.")
     set(CPACK_DEBIAN_COMMAND_PACKAGE_DEPENDS "libveldan0 (${this_version})")
+    # systemd units of the service, where it is built.
+    file(GLOB units ${PROJECT_SOURCE_DIR}/service/*.service)
+    if(TARGET veldan_service AND units)
+        install(FILES ${units} DESTINATION lib/systemd/system COMPONENT command)
+    endif()
     install(CODE "file(GLOB pages \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_MANDIR}/man1/*.1\")
         execute_process(COMMAND gzip -9nf \${pages} COMMAND_ERROR_IS_FATAL ANY)" COMPONENT command)
 endif()

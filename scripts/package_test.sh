@@ -51,7 +51,18 @@ bash -c 'source /usr/share/bash-completion/completions/veldan; COMP_WORDS=(velda
 
 if veldan --help | grep -q '^  serve '; then
     say "the service starts and stops"
-    scripts/service_smoke.sh
+    veldan serve --gallery /tmp/people.db --listen 127.0.0.1:18080 2>/tmp/serve.log &
+    service=$!
+    answer=
+    for _ in $(seq 50); do
+        sleep 0.2
+        answer=$(exec 3<>/dev/tcp/127.0.0.1/18080 && printf 'GET /openapi.json HTTP/1.0\r\n\r\n' >&3 && head -n 1 <&3) 2>/dev/null || continue
+        break
+    done
+    echo "$answer"
+    [[ $answer == *" 200 "* ]] || { cat /tmp/serve.log; exit 1; }
+    kill -TERM $service
+    wait $service
 fi
 
 if has python3-veldan; then

@@ -15,7 +15,7 @@ import time
 from pathlib import Path
 
 # What the words that stand for values in the help are completed with; the others are numbers and names.
-FILES = {"FILE", "OUT", "PHOTO", "A", "B", "SOURCE"}
+FILES = {"FILE", "OUT", "PHOTO", "A", "B", "SOURCE", "LOCATION"}
 FOLDERS = {"DIR"}
 
 
