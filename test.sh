@@ -86,6 +86,7 @@ step "format" check_format
 step "build" build release -DVELDAN_BENCH=ON -DVELDAN_PYTHON=ON || finish
 step "tests" ctest --preset release --parallel "$jobs"
 step "the Python package's long tests" ctest --preset release -C slow -L python-slow
+step "the service's long tests" ctest --preset release -C slow -L service-slow
 step "the page of the service in Chromium" ctest --preset release -C slow -L browser
 step "the PostgreSQL extension on servers" ctest --preset release -C slow -L postgresql-slow
 step "the trainer's tests" check_training

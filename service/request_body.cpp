@@ -110,9 +110,22 @@ void requireValue(const Parameter& parameter, const std::string& value) {
 
 } // namespace
 
+void requireType(Body wanted, const std::string& type) {
+    const std::string media = mediaType(type);
+    if (wanted == Body::NewName) {
+        if (media != "application/json")
+            throw Problem(415, "JSON is wanted: application/json");
+        return;
+    }
+    if (media == "multipart/form-data")
+        return;
+    if (wanted != Body::Photo && wanted != Body::Photos)
+        throw Problem(415, "parts are wanted: multipart/form-data");
+    if (!media.empty() && media != "application/octet-stream" && media.compare(0, 6, "image/") != 0)
+        throw Problem(415, "a photo is wanted: image/..., application/octet-stream or multipart/form-data");
+}
+
 void takeParts(Body wanted, const std::vector<Part>& parts, Call& call) {
-    if (wanted == Body::NewName)
-        throw Problem(415, "JSON is wanted");
     for (const Part& part : parts) {
         if (isPhotoPart(wanted, part.name)) {
             addUpload(call, part.name, plainName(part.fileName), *part.content);
@@ -134,19 +147,11 @@ void takeParts(Body wanted, const std::vector<Part>& parts, Call& call) {
     }
 }
 
-void takeWhole(Body wanted, const std::string& type, const std::string& body, Call& call) {
-    const std::string media = mediaType(type);
-    if (wanted == Body::NewName) {
-        if (media != "application/json")
-            throw Problem(415, "JSON is wanted, of the type application/json");
+void takeWhole(Body wanted, const std::string& body, Call& call) {
+    if (wanted == Body::NewName)
         takeJson(body, call);
-        return;
-    }
-    if (wanted != Body::Photo && wanted != Body::Photos)
-        throw Problem(415, "parts are wanted: multipart/form-data");
-    if (!media.empty() && media != "application/octet-stream" && media.compare(0, 6, "image/") != 0)
-        throw Problem(415, "a photo is wanted: image/..., application/octet-stream or multipart/form-data");
-    addUpload(call, "photo", "photo", body);
+    else
+        addUpload(call, "photo", "photo", body);
 }
 
 void takeQuery(const Route& route, const std::string& text, Call& call) {

@@ -145,6 +145,7 @@ RequestHead readHead(std::string_view text) {
         } else if (name == "content-type") {
             if (std::exchange(hasType, true))
                 throw Problem(400, "Content-Type stands there twice");
+            head.contentType = std::string(value);
             forward("Content-Type", value);
         } else if (name == "connection") {
             forward("Connection", lowerCase(value));

@@ -18,6 +18,7 @@ struct RequestHead {
     std::string host;
     std::string origin;
     std::string authorization;
+    std::string contentType;
     std::uint64_t bodyBytes = 0;
     bool hasBodyLength = false;
     std::string forwarded; ///< the head again, with the fields alone that the rest of the server knows

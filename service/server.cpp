@@ -37,7 +37,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds idlePatience{10};
 constexpr int mostRequestsOfConnection = 1000;
-constexpr std::size_t mostSleepers = 16; // answers held back after wrong tokens
+constexpr std::size_t mostTurnedAway = 32; // clients beyond the most that still hear why
+constexpr std::size_t mostSleepers = 16;   // answers held back after wrong tokens
 
 constexpr const char* contentSecurity =
     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; base-uri 'none'; "
@@ -142,6 +143,7 @@ private:
     void accept(int listener);
     void reap(bool all);
     void serve(Connection& connection);
+    void turnAway(Connection& connection);
     void log(const Exchange& exchange, const Connection& connection, double seconds);
 
     /** @name Steps of a request; each throws Problem */
@@ -235,7 +237,7 @@ void Server::Impl::setUpEngine() {
                     parts.push_back({name, file.filename, file.content_type, &file.content});
                 takeParts(current->route->body, parts, call);
             } else {
-                takeWhole(current->route->body, request.get_header_value("Content-Type"), request.body, call);
+                takeWhole(current->route->body, request.body, call);
             }
             put(response, current->route->handler(call));
         });
@@ -313,6 +315,8 @@ void Server::Impl::requireBody(const Exchange& exchange) const {
             throw Problem(400, "no body is taken here");
     } else if (!head.hasBodyLength) {
         throw Problem(411, "a body is wanted, with its Content-Length");
+    } else {
+        requireType(exchange.route->body, head.contentType);
     }
 }
 
@@ -444,6 +448,17 @@ void Server::Impl::serve(Connection& connection) {
     connection.finish();
 }
 
+void Server::Impl::turnAway(Connection& connection) {
+    Exchange exchange;
+    exchange.connection = &connection;
+    connection.setDeadline(Clock::now() + std::chrono::seconds(2));
+    if (!connection.greet())
+        return;
+    refuse(exchange, Problem(503, "there are too many clients"));
+    log(exchange, connection, 0);
+    connection.finish();
+}
+
 void Server::Impl::log(const Exchange& exchange, const Connection& connection, double seconds) {
     const std::string route = exchange.route == nullptr ? "" : exchange.route->path;
     const bool known = std::find(methods.begin(), methods.end(), exchange.head.method) != methods.end();
@@ -472,23 +487,23 @@ void Server::Impl::accept(int listener) {
     if (fd < 0)
         return;
     reap(false);
-    if (clients_.size() >= options_.connections) {
+    const bool tooMany = clients_.size() >= options_.connections;
+    if (tooMany)
         services_.metrics.countTurnedAway();
-        static constexpr std::string_view busy = "HTTP/1.1 503 Service Unavailable\r\nRetry-After: 1\r\n"
-                                                 "Content-Length: 0\r\nConnection: close\r\n\r\n";
-        if (tls_ == nullptr)
-            ::send(fd, busy.data(), busy.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-        ::shutdown(fd, SHUT_WR);
+    if (clients_.size() >= options_.connections + mostTurnedAway) {
         ::close(fd);
         return;
     }
     std::shared_ptr<SSL_CTX> tls = tls_;
     Client& client = clients_.emplace_back();
     try {
-        client.thread = std::thread([this, &client, fd, tls = std::move(tls)] {
+        client.thread = std::thread([this, &client, fd, tooMany, tls = std::move(tls)] {
             try {
                 Connection connection(fd, tls);
-                serve(connection);
+                if (tooMany)
+                    turnAway(connection);
+                else
+                    serve(connection);
             } catch (const std::exception& error) {
                 kit::tellUser(std::string("a connection failed: ") + error.what());
             }

@@ -48,7 +48,9 @@ Listening listenAt(const std::string& where) {
     const std::string port = colon == std::string::npos ? "" : where.substr(colon + 1);
     if (host.size() > 2 && host.front() == '[' && host.back() == ']')
         host = host.substr(1, host.size() - 2);
-    if (host.empty() || port.empty() || port.size() > 5 || port.find_first_not_of("0123456789") != std::string::npos)
+    const bool isNumber =
+        !port.empty() && port.size() <= 5 && port.find_first_not_of("0123456789") == std::string::npos;
+    if (host.empty() || !isNumber || std::stoi(port) > 65535)
         throw CommandError(ExitCode::Usage, "--listen " + where + ": not ADDRESS:PORT, such as 127.0.0.1:8080");
     addrinfo wanted{};
     wanted.ai_family = AF_UNSPEC;
