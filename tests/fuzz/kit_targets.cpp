@@ -1,10 +1,14 @@
-// Gallery files, exported galleries and the orientation of WebP photos, as the command reads them.
+// Gallery files, exported galleries, the orientation of WebP photos and the size that pictures tell, as the command
+// reads them.
 
 #include "fuzz/input.hpp"
 #include "fuzz/targets.hpp"
 #include "gallery/exchange.hpp"
 #include "gallery/store.hpp"
 #include "photo/orientation.hpp"
+#include "photo/photo.hpp"
+#include "photo/picture_format.hpp"
+#include "photo/picture_size.hpp"
 #include "report/exit_codes.hpp"
 
 #include <veldan/feature_template.hpp>
@@ -13,6 +17,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <set>
 #include <string>
 #include <unistd.h>
@@ -159,11 +164,31 @@ void orientation(const std::uint8_t* data, std::size_t size) {
     require(std::set<unsigned char>(photo.pixels.begin(), photo.pixels.end()).size() == 18);
 }
 
+void pictureSize(const std::uint8_t* data, std::size_t size) {
+    const Bytes bytes(data, data + size);
+    const std::optional<veldan::kit::PictureSize> told = veldan::kit::pictureSize(bytes);
+    if (told && told->pixels() > 1 << 20)
+        return; // refused before anything is decoded
+    try {
+        const veldan::kit::Photo photo = veldan::kit::decodePhoto(bytes);
+        // What is decoded without its size being known, or larger than told, would pass by every limit. Formats that
+        // the program does not know by their first bytes are refused before.
+        if (veldan::kit::formatOf(bytes) == veldan::kit::PictureFormat::Other)
+            return;
+        const auto pixels = static_cast<std::uint64_t>(photo.width) * static_cast<std::uint64_t>(photo.height);
+        require(told && pixels <= told->pixels());
+    } catch (const veldan::kit::CommandError&) {
+        // No picture, or a damaged one.
+    }
+}
+
 } // namespace
 
 const std::vector<Target>& targets() {
-    static const std::vector<Target> all = {
-        {"gallery_exchange", galleryExchange}, {"gallery_file", galleryFile}, {"orientation", orientation}};
+    static const std::vector<Target> all = {{"gallery_exchange", galleryExchange},
+                                            {"gallery_file", galleryFile},
+                                            {"orientation", orientation},
+                                            {"picture_size", pictureSize}};
     return all;
 }
 

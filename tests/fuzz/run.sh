@@ -16,7 +16,8 @@ amount=$2
 shift 2
 
 case $target in
-gallery_exchange | gallery_file | orientation) program=veldan_fuzz_kit ;;
+gallery_exchange | gallery_file | orientation | picture_size) program=veldan_fuzz_kit ;;
+service_request) program=veldan_fuzz_service ;;
 *) program=veldan_fuzz ;;
 esac
 if [ -z "${VELDAN_FUZZER:-}" ]; then
@@ -30,10 +31,10 @@ case $amount in
 *) limit=-runs=$amount ;;
 esac
 case $target in
-image_decode) options="-max_len=65536 -timeout=20 -close_fd_mask=2" ;;
+image_decode | picture_size) options="-max_len=65536 -timeout=20 -close_fd_mask=2" ;;
 frames) options="-max_len=64 -timeout=60" ;;
 network_loading) options="-max_len=4096 -timeout=60 -close_fd_mask=2" ;;
-bmp_to_raw | gallery_exchange | gallery_file | orientation) options="-max_len=4096" ;;
+bmp_to_raw | gallery_exchange | gallery_file | orientation | service_request) options="-max_len=4096" ;;
 template_text) options="-max_len=1100" ;;
 *) options="-max_len=640" ;;
 esac
