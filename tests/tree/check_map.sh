@@ -24,7 +24,7 @@ while read -r name; do
             file=$name
             [ -e "$file" ] || complain "there is no $name"
             ;;
-        include/* | src/* | kit/* | cli/* | tests/* | cmake/* | training/* | bench/* | python/*)
+        include/* | src/* | kit/* | service/* | cli/* | tests/* | cmake/* | training/* | bench/* | python/*)
             file=
             [ -e "$name" ] || complain "there is no $name"
             ;;
