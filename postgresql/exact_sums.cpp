@@ -40,15 +40,13 @@ namespace {
 // Of magnitudes as bits less one, the least: by that, zeros, which are multiples of anything, are the greatest.
 using LeastBits = std::uint32_t;
 
-// The greatest sum of magnitudes that stays exact, or 0; less a little, since sums are compared that may be rounded.
+// The greatest sum of magnitudes that stays exact; less a little, since sums are compared that may be rounded.
 double greatestExactSum(LeastBits least) {
     // Only zeros: no sum is too great.
     if (least == ~LeastBits{0})
         return 0x1p200;
+    // 0 for numbers too small to have all their bits: they are multiples of the same as those of exponent 1.
     const std::uint64_t exponent = (least + 1) >> 23;
-    // Numbers too small to have all their bits.
-    if (exponent == 0)
-        return 0;
     const std::uint64_t bits = (exponent + 1023 - 127 - 23 + 53) << 52;
     double limit;
     std::memcpy(&limit, &bits, sizeof limit);
