@@ -102,19 +102,20 @@ CREATE FUNCTION unnest(matches veldan_matches)
         pg_catalog.unnest((matches).similarities))';
 COMMENT ON FUNCTION unnest(veldan_matches) IS 'what a search has found, as rows';
 
--- Of a table with person, photo and template. Where it is partitioned over servers, each of them is asked for its best
--- at the same time; grouping by the key lets the planner send the whole search, which takes no LIMIT there otherwise.
+-- Of a table with person, photo and template. Where it is partitioned over servers, every one of them is asked for its
+-- best, at the same time: an aggregate of one foreign table is what the planner always leaves to its server, where it
+-- takes no LIMIT to several.
 CREATE FUNCTION veldan_identify(
     probe face_template, most integer, threshold real,
     gallery regclass DEFAULT NULL
 )
     RETURNS TABLE (person bigint, photo bigint, similarity real)
     LANGUAGE plpgsql STABLE PARALLEL SAFE COST 100000 ROWS 10
-    SET enable_partitionwise_aggregate = on
 AS $$
 DECLARE
     searched regclass := coalesce(gallery, ('veldan_gallery.' || @extschema@.veldan_kind(probe))::regclass);
-    grouping text;
+    search CONSTANT text := 'SELECT @extschema@.veldan_nearest(person, photo, template, $1, $2, $3) AS matches FROM %s';
+    searches text;
 BEGIN
     IF probe IS NULL OR most IS NULL OR threshold IS NULL THEN
         RETURN;
@@ -122,16 +123,13 @@ BEGIN
     IF most < 1 THEN
         RAISE invalid_parameter_value USING MESSAGE = 'the number of persons must be at least 1';
     END IF;
-    SELECT 'GROUP BY ' || quote_ident(attname) INTO grouping
-        FROM pg_catalog.pg_partitioned_table JOIN pg_catalog.pg_attribute ON attrelid = partrelid AND attnum = partattrs[0]
-        WHERE partrelid = searched;
+    SELECT string_agg(format(search, relid::regclass), ' UNION ALL ') INTO searches
+        FROM pg_catalog.pg_partition_tree(searched) WHERE isleaf;
     RETURN QUERY EXECUTE format(
         'SELECT * FROM (
-            SELECT DISTINCT ON (one.person) one.* FROM (
-                SELECT @extschema@.veldan_nearest(person, photo, template, $1, $2, $3) AS matches FROM %s %s
-            ) part, @extschema@.unnest(part.matches) one
+            SELECT DISTINCT ON (one.person) one.* FROM (%s) part, @extschema@.unnest(part.matches) one
             ORDER BY one.person, one.similarity DESC, one.photo
-        ) best ORDER BY similarity DESC, person LIMIT $2', searched, grouping)
+        ) best ORDER BY similarity DESC, person LIMIT $2', coalesce(searches, format(search, searched)))
         USING probe, most, threshold;
 END
 $$;

@@ -68,7 +68,7 @@ SELECT set_config('search_path', 'veldan_gallery, pg_catalog, ' || extnamespace:
 // Estimates come from the server itself: without them the planner may find it cheaper to fetch all templates.
 constexpr const char* server = R"(CREATE SERVER veldan_shard_{number} FOREIGN DATA WRAPPER postgres_fdw
     OPTIONS ({options}extensions 'veldan', async_capable 'true', use_remote_estimate 'true', batch_size '100');
-CREATE USER MAPPING FOR PUBLIC SERVER veldan_shard_{number}{mapping};
+CREATE USER MAPPING FOR PUBLIC SERVER veldan_shard_{number} OPTIONS ({mapping});
 )";
 
 // Attaching lets searches go on, where creating a table as a partition would make them wait.
@@ -92,14 +92,20 @@ DROP TABLE {kind}_before;
 CREATE TRIGGER tell AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON {kind} EXECUTE FUNCTION tell();
 )";
 
-constexpr const char* grants = R"(DO $$ BEGIN
-    IF EXISTS (SELECT FROM pg_catalog.pg_roles WHERE rolname = 'veldan_reader') THEN
-        GRANT SELECT ON bare, masked, shard TO veldan_reader;
-    END IF;
-    IF EXISTS (SELECT FROM pg_catalog.pg_roles WHERE rolname = 'veldan_writer') THEN
-        GRANT SELECT, INSERT, UPDATE, DELETE ON bare, masked TO veldan_writer;
-        GRANT SELECT ON shard TO veldan_writer;
-    END IF;
+// Searches go to each server's table by itself, so rights are needed there as well.
+constexpr const char* grants = R"(DO $$
+DECLARE
+    part regclass;
+BEGIN
+    FOR part IN SELECT relid FROM pg_partition_tree('bare') UNION ALL SELECT relid FROM pg_partition_tree('masked')
+                UNION ALL SELECT 'shard' LOOP
+        IF EXISTS (SELECT FROM pg_catalog.pg_roles WHERE rolname = 'veldan_reader') THEN
+            EXECUTE format('GRANT SELECT ON %s TO veldan_reader', part);
+        END IF;
+        IF EXISTS (SELECT FROM pg_catalog.pg_roles WHERE rolname = 'veldan_writer') THEN
+            EXECUTE format('GRANT SELECT, INSERT, UPDATE, DELETE ON %s TO veldan_writer', part);
+        END IF;
+    END LOOP;
 END $$;
 )";
 
@@ -123,17 +129,23 @@ std::string serverSql(const ShardServer& shard) {
         throw CommandError(ExitCode::Usage, shownLocation(shard.location) + ": not the location of a database");
     std::string options;
     std::string mapping;
+    bool password = false;
     for (const PQconninfoOption* part = parts.get(); part->keyword != nullptr; ++part) {
         if (part->val == nullptr)
             continue;
         const std::string_view keyword = part->keyword;
+        password = password || keyword == "password";
         if (keyword == "user" || keyword == "password")
             mapping += fmt::format("{}{} {}", mapping.empty() ? "" : ", ", keyword, quoted(part->val));
         else
             options += fmt::format("{} {}, ", keyword, quoted(part->val));
     }
+    // Without one the gallery's server proves itself otherwise, by a certificate or its address, on behalf of its
+    // users.
+    if (!password)
+        mapping += std::string(mapping.empty() ? "" : ", ") + "password_required 'false'";
     return fmt::format(server, fmt::arg("number", shard.number), fmt::arg("options", options),
-                       fmt::arg("mapping", mapping.empty() ? "" : " OPTIONS (" + mapping + ")"));
+                       fmt::arg("mapping", mapping));
 }
 
 } // namespace
@@ -156,12 +168,10 @@ std::string routerSql(const std::vector<ShardServer>& servers, bool more) {
             sql += fmt::format(foreignTable, fmt::arg("kind", kind), fmt::arg("number", shard.number));
         sql += fmt::format("INSERT INTO shard VALUES ({});\n", shard.number);
     }
-    if (!more) {
+    if (!more)
         for (const char* kind : kinds)
             sql += fmt::format(firstEnd, fmt::arg("kind", kind));
-        sql += grants;
-    }
-    return sql + "COMMIT;\n";
+    return sql + grants + "COMMIT;\n";
 }
 
 } // namespace veldan::kit

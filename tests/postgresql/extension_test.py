@@ -174,10 +174,18 @@ def test_several_processes_scan_and_shards_search(servers, memory):
     search = "EXPLAIN (VERBOSE, COSTS OFF) SELECT {}veldan_nearest(person, photo, template, '{}', 3, 0) FROM veldan_gallery.bare{}"
     plan = servers.psql(PARALLEL + search.format("", probe, ""), 1, "one")
     assert "Partial Aggregate" in plan and "Parallel Seq Scan" in plan
-    plan = servers.psql("SET enable_partitionwise_aggregate = on;" + search.format("shard, ", probe, " GROUP BY shard"),
-                        1, "spread")
+    parts = " UNION ALL ".join(search[len("EXPLAIN (VERBOSE, COSTS OFF) "):].format("", probe, f"_{number}")
+                               for number in (1, 2))
+    plan = servers.psql("EXPLAIN (VERBOSE, COSTS OFF) " + parts, 1, "spread")
     assert plan.count("Async Foreign Scan") == 2
-    assert len(re.findall(r"Remote SQL: SELECT .*veldan_nearest\(.* GROUP BY", plan)) == 2
+    assert len(re.findall(r"Remote SQL: SELECT \S*veldan_nearest\(.* FROM veldan_gallery.bare$", plan, re.MULTILINE)) == 2
+
+
+def test_readers_search_all_servers(servers, memory):
+    servers.psql("CREATE ROLE guard LOGIN IN ROLE veldan_reader", 1, "spread")
+    probe = hexadecimal(memory.templates[0])
+    found = servers.psql(f"SELECT person FROM veldan_gallery.nearest_bare('{probe}', 1)", 1, "spread", "guard")
+    assert found == "1"
 
 
 def test_text_and_binary_forms_give_the_bytes_back(servers, memory, tmp_path):
