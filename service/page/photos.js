@@ -24,18 +24,19 @@ export function faceList(picture, photo) {
 
 /** What judging and, where there is a gallery, identifying say about a photo, as one. */
 export async function look(file) {
+    let nameless = null;
     const [judged, identified] = await Promise.all([
         api.inspect(file),
         api.identify(file).catch((error) => {
-            if (error.status === 401) throw error;
-            return null; // no gallery, nobody in it, or not allowed: the judgement alone is worth showing
+            nameless = error; // the judgement alone is worth showing, as when the gallery cannot be used
+            return null;
         }),
     ]);
     judged.faces.forEach((face, i) => {
         const known = identified?.faces[i];
         if (known) Object.assign(face, { name: known.name, similarity: known.similarity, kind: known.kind });
     });
-    return judged;
+    return { ...judged, nameless };
 }
 
 export function photosView(root) {
@@ -67,6 +68,7 @@ export function photosView(root) {
                 h('div', { class: 'result-text' },
                     h('p', { class: 'summary' }, summary, h('span', { class: 'dim' }, `${photo.width} \u00d7 ${photo.height}`)),
                     !image && h('p', { class: 'dim' }, 'Your browser cannot show this kind of picture; the server can read it.'),
+                    photo.nameless && photo.faces.length > 0 && h('p', { class: 'message bad' }, `Names are missing. ${photo.nameless.plain ?? ''}`),
                     photo.faces.length > 0 && faceList(picture, photo))));
             announce(`${title}: ${summary}. ${photo.faces.map((face, i) => face.name === undefined ? `face ${i + 1}` : nameOf(face)).join(', ')}`);
         } catch (error) {

@@ -233,6 +233,11 @@ describe('people are looked after', () => {
         assert.ok(answered >= 1 && answered <= 4, `${answered} frames`);
         await page.getByRole('button', { name: 'Stop the camera' }).click();
         await page.unroute('**/v1/identify');
+        await page.route('**/v1/identify', (route) => route.fulfill({ status: 503, contentType: 'application/problem+json', body: '{"status": 503, "code": "gallery"}' }));
+        await page.getByRole('link', { name: 'Photos' }).click();
+        await choose(page, 'Choose photos', photo('astronaut.jpg'));
+        await page.getByText('Names are missing. The gallery of faces cannot be used at the moment.').waitFor();
+        assert.match((await facesOf(page))[0], /Face 1\s+Quality \d+/);
         await page.route('**/v1/people', (route) => route.abort());
         await page.getByRole('link', { name: 'People' }).click();
         await page.getByText('The server cannot be reached.').waitFor();
