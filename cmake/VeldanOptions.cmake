@@ -25,6 +25,10 @@ target_compile_options(veldan_options INTERFACE
     -Wall -Wextra -Wconversion
     -ffp-contract=off
 )
+if(VELDAN_PACKAGE)
+    # Messages of failed checks name source files: without the folder, which differs from one build to the next.
+    target_compile_options(veldan_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+endif()
 if(VELDAN_SANITIZE)
     target_compile_options(veldan_options INTERFACE
         -fsanitize=${VELDAN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1
