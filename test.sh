@@ -2,7 +2,7 @@
 # usage: ./test.sh [--all]
 # Installs what is missing, builds the library, the command, the Python package and the tests, and runs the tests. --all
 # adds what takes longer: the measuring programs, Python's long tests, the page of the service in a browser, the trainer,
-# format, flake8, clang-tidy and the sanitizers.
+# format, flake8, clang-tidy, the sanitizers and the Debian packages.
 set -uo pipefail
 cd "$(dirname "$0")" || exit
 
@@ -57,6 +57,10 @@ check_training() {
     VELDAN_LIBRARY=$PWD/build/release/src/libveldan.so /usr/bin/python3 -m pytest -q -p no:cacheprovider training/tests
 }
 
+build_packages() {
+    build package && lintian --fail-on error,warning --allow-root build/package/packages/*.deb
+}
+
 # build PRESET [-DOPTION=VALUE...] [-- ARGUMENTS OF THE BUILD...]
 build() {
     local preset=$1 options=()
@@ -94,6 +98,7 @@ step "flake8" flake8
 step "clang-tidy" scripts/tidy.sh
 step "build with address and undefined sanitizers" build asan -DVELDAN_BENCH=ON &&
     step "tests with address and undefined sanitizers" ctest --preset asan --parallel "$jobs"
+step "Debian packages" build_packages && step "Debian packages in a fresh Debian" scripts/package_test.sh
 step "build with thread sanitizer" build tsan -DVELDAN_BENCH=OFF -- --target threads_test &&
     step "tests with thread sanitizer" ctest --preset tsan -L threads
 finish
