@@ -15,9 +15,6 @@ set(CPACK_STRIP_FILES ON)
 # What our packages link of each other is found in the build, with the dependencies written below.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/src)
-if(CMAKE_CROSSCOMPILING)
-    set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE arm64)
-endif()
 set(this_version "= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}")
 # Of what is said of a package the first line is the summary, and none is longer than 80.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
@@ -61,12 +58,8 @@ veldan_package(runtime libveldan0 libs "Face detection and recognition, shared l
 # Which symbol came with which version: whoever links the library depends on no more than it uses. A symbol that is gone
 # stops the build here.
 set(symbols ${PROJECT_BINARY_DIR}/packaging/symbols)
-set(architecture "")
-if(CMAKE_CROSSCOMPILING)
-    set(architecture -aarm64)
-endif()
 add_custom_command(OUTPUT ${symbols}
-    COMMAND dpkg-gensymbols -q -c1 ${architecture} -plibveldan0 -v${PROJECT_VERSION} -e$<TARGET_FILE:veldan>
+    COMMAND dpkg-gensymbols -q -c1 -plibveldan0 -v${PROJECT_VERSION} -e$<TARGET_FILE:veldan>
         -I${PROJECT_SOURCE_DIR}/packaging/libveldan0.symbols -O${symbols}
     DEPENDS veldan ${PROJECT_SOURCE_DIR}/packaging/libveldan0.symbols VERBATIM)
 add_custom_target(veldan_symbols ALL DEPENDS ${symbols})
