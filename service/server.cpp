@@ -130,8 +130,10 @@ private:
         return ::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
     }
 
+    bool encrypted() const { return !options_.certificate.empty(); }
+
     void requireProtection() const {
-        const bool protectedWell = tls_ != nullptr && services_.tokens.wanted();
+        const bool protectedWell = encrypted() && services_.tokens.wanted();
         if (!listening_.loopback && !protectedWell && !options_.insecure)
             throw kit::CommandError(kit::ExitCode::Usage,
                                     "--listen " + options_.listen +
@@ -177,8 +179,7 @@ private:
     kit::FileDescriptor signals_;
     Listening listening_;
     Services services_;
-    std::shared_ptr<SSL_CTX> tls_;
-    std::mutex tlsMutex_;
+    std::shared_ptr<SSL_CTX> tls_; ///< of the thread that runs the server
     Engine engine_;
     std::list<Client> clients_;
     std::atomic<std::size_t> bodyBytes_{0};
@@ -266,7 +267,7 @@ void Server::Impl::requireOrigin(const Exchange& exchange, httplib::Response& re
     const std::string& origin = exchange.head.origin;
     if (origin.empty())
         return;
-    const bool own = origin == (tls_ != nullptr ? "https://" : "http://") + exchange.head.host;
+    const bool own = origin == (encrypted() ? "https://" : "http://") + exchange.head.host;
     const bool allowed =
         std::find(options_.corsOrigins.begin(), options_.corsOrigins.end(), origin) != options_.corsOrigins.end();
     if (!own && !allowed)
@@ -342,7 +343,7 @@ void Server::Impl::begin(Exchange& exchange, httplib::Response& response) {
     response.set_header("Cross-Origin-Opener-Policy", "same-origin");
     response.set_header("Cross-Origin-Resource-Policy", "same-origin");
     response.set_header("Permissions-Policy", "camera=(self), microphone=(), geolocation=()");
-    if (tls_ != nullptr)
+    if (encrypted())
         response.set_header("Strict-Transport-Security", "max-age=31536000");
 
     const std::string& target = exchange.head.target;
@@ -530,7 +531,7 @@ void Server::Impl::reap(bool all) {
 
 void Server::Impl::run() {
     cv::setNumThreads(1); // the workers are the threads
-    std::cout << "listening on " << (tls_ ? "https://" : "http://") << listening_.address << std::endl;
+    std::cout << "listening on " << (encrypted() ? "https://" : "http://") << listening_.address << std::endl;
     notifySystemd("READY=1");
     std::vector<pollfd> sources = {{signals_.get(), POLLIN, 0}};
     for (const auto& socket : listening_.sockets)
@@ -561,7 +562,7 @@ void Server::Impl::run() {
         attempt([&] { services_.audit.reopen(); });
         attempt([&] { services_.gallery.reload(); });
         attempt([&] {
-            if (tls_ != nullptr)
+            if (encrypted())
                 tls_ = tlsContext(options_.certificate, options_.key);
         });
         notifySystemd("READY=1");

@@ -38,7 +38,7 @@ Workers::~Workers() {
 void Workers::run(const Work& work, std::chrono::milliseconds patience) {
     const auto task = std::make_shared<Task>(work);
     std::unique_lock<std::mutex> lock(mutex_);
-    if (queue_.size() >= longest_ && busy_ >= threads_.size())
+    if (queue_.size() + busy_ >= longest_ + threads_.size())
         throw Problem(503, "all workers are busy and the queue is full");
     queue_.push_back(task);
     arrived_.notify_one();
