@@ -152,8 +152,9 @@ std::string newToken(const std::string& file, const std::string& name, Role role
         throw CommandError(error.code(), file + ": " + error.what());
     }
     std::istringstream lines(std::string(known.begin(), known.end()));
-    for (std::string line; std::getline(lines, line);)
-        if (line.compare(0, name.size() + 1, name + " ") == 0)
+    std::string other;
+    while (std::getline(lines, other))
+        if (other.compare(0, name.size() + 1, name + " ") == 0)
             throw CommandError(ExitCode::Usage, file + ": there is a token of \"" + name + "\" already");
 
     std::array<unsigned char, tokenBytes> random{};
