@@ -59,7 +59,7 @@ Feature featureOf(std::mt19937& random, Shape shape) {
 
 TEST(ExactSums, AreThoseOfTheDefinitionWhateverTheProcessor) {
     std::mt19937 random(1);
-    for (int round = 0; round < 20000; ++round) {
+    for (int round = 0; round < 6000; ++round) {
         const auto shapeOf = [](int number) { return static_cast<Shape>(number % static_cast<int>(Shape::Last)); };
         const Feature a = featureOf(random, shapeOf(round));
         const Feature b = featureOf(random, shapeOf(round / 6));
@@ -151,8 +151,8 @@ TEST_P(NearestInParts, IsTheDefinition) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, NearestInParts,
-                         testing::Combine(testing::Values(1, 3), testing::Values(1, 10, 900, 10000),
-                                          testing::Values(-1.0F, 0.52F, 1.0F, 1.1F)));
+                         testing::Combine(testing::Values(1, 3), testing::Values(1, 10, 900),
+                                          testing::Values(-1.0F, 0.52F)));
 
 TEST(TemplateText, BothFormsGiveTheBytesBack) {
     std::mt19937 random(3);
