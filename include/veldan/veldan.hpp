@@ -121,6 +121,12 @@ public:
         return static_cast<int>(counts_.size()) - 1;
     }
 
+    /** Makes room, so that a gallery of known size takes no more memory than that while it grows. */
+    void reserve(std::size_t persons, std::size_t templates) {
+        counts_.reserve(persons);
+        bytes_.reserve(templates * templateBytes);
+    }
+
     Kind kind() const { return kind_; }
     int persons() const { return static_cast<int>(counts_.size()); }
     /** The person that a template belongs to, by the template's index. */

@@ -275,10 +275,9 @@ bool PostgresHome::changed() {
 }
 
 std::vector<NearestPerson> PostgresHome::nearest(const Template& probe, Kind kind, std::size_t count) {
-    // What the templates' tables hold without a photo is what a broken-off change has left on another server.
     constexpr const char* few = "SELECT name, source, digest, similarity "
                                 "FROM veldan_identify($1::face_template, $2::integer, -1) AS n "
-                                "JOIN photo ON photo.id = n.photo JOIN person ON person.id = n.person "
+                                "LEFT JOIN photo ON photo.id = n.photo LEFT JOIN person ON person.id = photo.person "
                                 "ORDER BY similarity DESC, n.person";
     // So many that the server may as well sort all of them.
     const char* many = kind == Kind::Bare
@@ -292,12 +291,17 @@ std::vector<NearestPerson> PostgresHome::nearest(const Template& probe, Kind kin
                              "ORDER BY person, similarity(template, $1::face_template) DESC, photo) AS n "
                              "JOIN photo ON photo.id = n.photo JOIN person ON person.id = n.person "
                              "ORDER BY n.similarity DESC, n.person LIMIT $2";
-    const PostgresRows rows = ask(count <= mostNearest ? few : many,
-                                  PostgresParameters().bytes(probe).number(static_cast<std::int64_t>(count)));
-    std::vector<NearestPerson> found;
-    for (int i = 0; i < rows.size(); ++i)
-        found.push_back({rows.text(i, 0), {rows.text(i, 1), rows.text(i, 2)}, rows.real(i, 3)});
-    return found;
+    for (std::size_t asked = count;; asked *= 2) {
+        const PostgresRows rows = ask(asked <= mostNearest ? few : many,
+                                      PostgresParameters().bytes(probe).number(static_cast<std::int64_t>(asked)));
+        std::vector<NearestPerson> found;
+        for (int i = 0; i < rows.size() && found.size() < count; ++i)
+            if (!rows.isNull(i, 0))
+                found.push_back({rows.text(i, 0), {rows.text(i, 1), rows.text(i, 2)}, rows.real(i, 3)});
+        // A template without a photo is what a change left on another server that broke off; it takes nobody's place.
+        if (found.size() == count || asked > mostNearest || static_cast<std::size_t>(rows.size()) < asked)
+            return found;
+    }
 }
 
 /** Whether the server has made a change whose answer never came; nothing: it is still at it. */

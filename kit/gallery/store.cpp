@@ -77,6 +77,11 @@ SearchableGallery GalleryStore::searchable() {
         bare.clear();
         masked.clear();
     };
+    const auto [persons, photos] = home_->size();
+    gallery.names.reserve(persons);
+    gallery.origins.reserve(photos);
+    gallery.bare.reserve(persons, photos);
+    gallery.masked.reserve(persons, photos);
     home_->forEach(visit, restart);
     finish();
     return gallery;
