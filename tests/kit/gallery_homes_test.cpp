@@ -298,6 +298,20 @@ TEST_P(GalleryServer, FindsWhatMemoryFinds) {
             }
 }
 
+// As a change over several servers leaves it that broke off between them.
+TEST_P(GalleryServer, GivesNobodysPlaceToATemplateWithoutPhoto) {
+    GalleryStore store = open();
+    store.add({{"Ada", photoOf(1)}, {"Bela", photoOf(2)}});
+    run("ALTER TABLE veldan_gallery.bare DROP CONSTRAINT bare_photo_fkey;"
+        "INSERT INTO veldan_gallery.bare SELECT n, n, template FROM veldan_gallery.bare, generate_series(100, 102) AS "
+        "n "
+        "WHERE photo = 1");
+    run("DELETE FROM veldan_gallery.bare WHERE photo = 1");
+    const auto found = store.nearest(photoOf(1).bare, Kind::Bare, 1);
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].name, "Bela");
+}
+
 TEST_P(GalleryServer, RefusesWhatIsNoTemplate) {
     GalleryStore store = open();
     EnrolledPhoto damaged = photoOf(1);
