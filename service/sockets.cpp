@@ -87,7 +87,7 @@ Listening listenAt(const std::string& where) {
 }
 
 std::shared_ptr<SSL_CTX> tlsContext(const std::string& certificate, const std::string& key) {
-    const std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free);
+    std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free);
     const auto failed = [](const std::string& what) {
         std::array<char, 256> reason{};
         ERR_error_string_n(ERR_get_error(), reason.data(), reason.size());

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <ctime>
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <openssl/crypto.h>
 #include <openssl/rand.h>
 #include <sstream>
@@ -167,7 +168,7 @@ std::string newToken(const std::string& file, const std::string& name, Role role
         token += digits[byte & 15U];
     }
     std::string line = known.empty() || known.back() == '\n' ? "" : "\n";
-    line += name + " " + nameOf(role) + " " + digestOf(token) + (expiry.empty() ? "" : " " + expiry) + "\n";
+    line += fmt::format("{} {} {}{}{}\n", name, nameOf(role), digestOf(token), expiry.empty() ? "" : " ", expiry);
     if (!kit::writeAll(fd.get(), reinterpret_cast<const unsigned char*>(line.data()), line.size()) ||
         ::fsync(fd.get()) != 0)
         throw notWritten(errno);
