@@ -94,6 +94,8 @@ if(TARGET veldan_python)
         "This package contains the Python package veldan.")
     set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
         "libveldan0 (${this_version}), python3 (>= 3.11~), python3 (<< 3.12), python3-numpy") # Debian 12's
+    set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+        ${PROJECT_SOURCE_DIR}/packaging/python3-veldan/postinst ${PROJECT_SOURCE_DIR}/packaging/python3-veldan/prerm)
 endif()
 
 if(TARGET veldan_postgresql)
