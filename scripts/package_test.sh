@@ -56,7 +56,7 @@ if veldan --help | grep -q '^  serve '; then
     answer=
     for _ in $(seq 50); do
         sleep 0.2
-        answer=$(exec 3<>/dev/tcp/127.0.0.1/18080 && printf 'GET /openapi.json HTTP/1.0\r\n\r\n' >&3 && head -n 1 <&3) 2>/dev/null || continue
+        answer=$({ exec 3<>/dev/tcp/127.0.0.1/18080 && printf 'GET /openapi.json HTTP/1.0\r\n\r\n' >&3 && head -n 1 <&3; } 2>/dev/null) || continue
         break
     done
     echo "$answer"
