@@ -335,6 +335,24 @@ TEST_P(GalleryServer, IsFoundAgainAfterItsConnectionIsCut) {
     EXPECT_EQ(store.searchable().names.size(), 2u);
 }
 
+// A commit waits for a server that never answers, and is cut off after it was made: the server knows that it was.
+TEST_P(GalleryServer, AsksWhetherAnUnansweredChangeWasMade) {
+    GalleryStore store = open();
+    run("ALTER SYSTEM SET synchronous_standby_names = 'nobody'");
+    run("SELECT pg_reload_conf()");
+    std::thread cutter([this] {
+        for (int i = 0; i < 1000; ++i, ::usleep(10000))
+            if (run("SELECT count(pg_terminate_backend(pid)) FROM pg_stat_activity WHERE wait_event = 'SyncRep'") ==
+                "1")
+                break;
+        run("ALTER SYSTEM RESET synchronous_standby_names");
+        run("SELECT pg_reload_conf()");
+    });
+    EXPECT_EQ(store.add({{"Ada", photoOf(1)}}), std::vector<Added>{Added::New}) << "made again, it would be unchanged";
+    cutter.join();
+    EXPECT_EQ(store.size().photos, 1u);
+}
+
 TEST_P(GalleryServer, SaysAtOnceWhatCannotBe) {
     EXPECT_EQ(codeOf([&] { GalleryStore("postgresql://x@127.0.0.1:1/y", GalleryStore::Access::Read); }),
               ExitCode::Gallery);
