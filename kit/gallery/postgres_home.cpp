@@ -216,6 +216,7 @@ std::vector<PersonSummary> PostgresHome::persons() {
     const PostgresRows rows = ask("SELECT name, count(*), min(date), max(date) FROM person "
                                   "JOIN photo ON photo.person = person.id GROUP BY person.id ORDER BY name");
     std::vector<PersonSummary> persons;
+    persons.reserve(static_cast<std::size_t>(rows.size()));
     for (int i = 0; i < rows.size(); ++i)
         persons.push_back(
             {rows.text(i, 0), static_cast<std::size_t>(rows.number(i, 1)), rows.text(i, 2), rows.text(i, 3)});
@@ -228,6 +229,7 @@ std::vector<EnrolledPhoto> PostgresHome::photosOf(const std::string& person) {
                                   "JOIN masked ON masked.photo = photo.id WHERE name = $1 ORDER BY photo.id",
                                   PostgresParameters().text(person));
     std::vector<EnrolledPhoto> photos;
+    photos.reserve(static_cast<std::size_t>(rows.size()));
     for (int i = 0; i < rows.size(); ++i)
         photos.push_back(photoIn(rows, i));
     return photos;
@@ -246,6 +248,7 @@ std::vector<std::string> PostgresHome::othersWith(const std::string& person, con
                                   "WHERE digest = $1 AND name <> $2 ORDER BY name",
                                   PostgresParameters().text(digest).text(person));
     std::vector<std::string> names;
+    names.reserve(static_cast<std::size_t>(rows.size()));
     for (int i = 0; i < rows.size(); ++i)
         names.push_back(rows.text(i, 0));
     return names;
