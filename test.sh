@@ -1,16 +1,19 @@
 #!/bin/bash
-# usage: ./test.sh [--all]
+# usage: ./test.sh [--all|--packages]
 # Installs what is missing, builds the library, the command, the Python package and the tests, and runs the tests. --all
 # adds what takes longer: the measuring programs, Python's long tests, the page of the service in a browser, the trainer,
-# format, flake8, clang-tidy, the sanitizers and the Debian packages.
+# format, flake8, clang-tidy and the sanitizers. --packages makes the Debian packages, which are compiled in another way,
+# and tries them in a fresh Debian.
 set -uo pipefail
 cd "$(dirname "$0")" || exit
 
 all=false
+packages=false
 case ${1:-} in
     "") ;;
     --all) all=true ;;
-    *) echo "usage: ./test.sh [--all]" >&2; exit 2 ;;
+    --packages) packages=true ;;
+    *) echo "usage: ./test.sh [--all|--packages]" >&2; exit 2 ;;
 esac
 
 jobs=$(nproc)
@@ -78,6 +81,12 @@ build() {
     cmake --build --preset "$preset" --parallel "$jobs" "${@:2}"
 }
 
+if $packages; then
+    step "packages" scripts/install_packages.sh packages || finish
+    step "Debian packages" build_packages && step "Debian packages in a fresh Debian" scripts/package_test.sh
+    finish
+fi
+
 if ! $all; then
     step "packages" scripts/install_packages.sh test || finish
     step "build" build release -DVELDAN_BENCH=OFF -DVELDAN_PYTHON=ON || finish
@@ -98,7 +107,6 @@ step "flake8" flake8
 step "clang-tidy" scripts/tidy.sh
 step "build with address and undefined sanitizers" build asan -DVELDAN_BENCH=ON &&
     step "tests with address and undefined sanitizers" ctest --preset asan --parallel "$jobs"
-step "Debian packages" build_packages && step "Debian packages in a fresh Debian" scripts/package_test.sh
 step "build with thread sanitizer" build tsan -DVELDAN_BENCH=OFF -- --target threads_test &&
     step "tests with thread sanitizer" ctest --preset tsan -L threads
 finish
