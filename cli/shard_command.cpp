@@ -29,9 +29,11 @@ struct ShardOptions {
 
 ExitCode writeShards(const ShardOptions& options) {
     std::vector<ShardServer> servers;
+    servers.reserve(options.locations.size());
     for (const std::string& location : options.locations)
         servers.push_back({options.first + static_cast<int>(servers.size()), location});
     std::vector<std::pair<std::string, std::string>> files;
+    files.reserve(servers.size() + 1);
     for (const ShardServer& server : servers)
         files.emplace_back("shard-" + std::to_string(server.number) + ".sql", shardSql(server.number));
     files.emplace_back(options.first == 1 ? "gallery.sql" : "gallery-add-" + std::to_string(options.first) + ".sql",
