@@ -49,6 +49,9 @@ std::string refusalOfName(const std::string& name) {
         return "a name cannot be longer than " + std::to_string(longestName) + " bytes";
     if (name.front() == ' ' || name.back() == ' ')
         return "a name cannot begin or end with a space";
+    // Names are parts of the service's addresses, where clients take these two for folders.
+    if (name == "." || name == "..")
+        return "a name cannot be . or ..";
     std::string_view rest(name);
     while (!rest.empty()) {
         const Character character = firstCharacter(rest);

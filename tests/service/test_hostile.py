@@ -257,7 +257,7 @@ def pictures():
 
 
 def names_and_json():
-    for name in ("", " x", "a/b", "a\tb", "a\0b", "a\x1b[2J", "n" * 201):
+    for name in ("", " x", ".", "a/b", "a\tb", "a\0b", "a\x1b[2J", "n" * 201):
         yield "name " + repr(name)[:20], person_form("/v1/people", name), 422
     yield "name not UTF-8", person_form("/v1/people", b"\xff\xfe"), 422
     yield "name overlong", person_form("/v1/people", b"\xc0\xaf"), 422
