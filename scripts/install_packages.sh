@@ -6,8 +6,8 @@ set -eu
 
 build="cmake ninja-build g++ pkg-config libopencv-dev libcli11-dev libcpp-httplib-dev nlohmann-json3-dev libssl-dev libexif-dev libheif-dev libsqlite3-dev libsqlitecpp-dev libfmt-dev libpq-dev"
 python="$build pybind11-dev python3-dev python3-distributed python3-numpy python3-opencv python3-pip python3-setuptools python3-venv python3-wheel"
-test="$python binutils git imagemagick libgmock-dev libgtest-dev python3-jsonschema python3-pil python3-pytest xauth xvfb"
-all="$test ccache chromium clang-format clang-tidy flake8 fonts-dejavu-core libbenchmark-dev libfaiss-dev libzip-dev nodejs npm postgresql-15 postgresql-server-dev-15 python3-protobuf python3-torch"
+test="$python binutils git imagemagick libgmock-dev libgtest-dev python3-pil python3-pytest xauth xvfb"
+all="$test ccache chromium clang-format clang-tidy flake8 fonts-dejavu-core libbenchmark-dev libfaiss-dev libzip-dev nodejs npm postgresql-15 postgresql-server-dev-15 python3-jsonschema python3-protobuf python3-torch"
 # Manual pages, completions.
 all="$all fish man-db mandoc zsh"
 packages="$python debootstrap lintian postgresql-server-dev-15"
