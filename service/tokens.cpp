@@ -153,10 +153,11 @@ std::string newToken(const std::string& file, const std::string& name, Role role
         throw CommandError(error.code(), file + ": " + error.what());
     }
     std::istringstream lines(std::string(known.begin(), known.end()));
+    const std::string sameName = name + " ";
     std::string other;
     while (std::getline(lines, other))
-        if (other.compare(0, name.size() + 1, name + " ") == 0)
-            throw CommandError(ExitCode::Usage, file + ": there is a token of \"" + name + "\" already");
+        if (other.compare(0, sameName.size(), sameName) == 0)
+            throw CommandError(ExitCode::Usage, fmt::format("{}: there is a token of \"{}\" already", file, name));
 
     std::array<unsigned char, tokenBytes> random{};
     if (RAND_bytes(random.data(), static_cast<int>(random.size())) != 1)
